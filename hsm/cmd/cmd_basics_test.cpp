@@ -39,3 +39,44 @@ TEST(ParsingSpaceTest, GrowsInStepsOfTwentyWithZeroedSlots) {
 }
 
 }  // namespace
+
+#include <pthread.h>
+
+#include <string>
+
+#include "hsm/cmd/hsm_global_cb.h"
+
+namespace {
+
+TEST(HsmGlobalCbTest, OneInstanceWithItsInitialValues) {
+  HSMGlobalCB* cb = HSMGlobalCB::GetHsmCB();
+  ASSERT_EQ(cb, HSMGlobalCB::GetHsmCB());
+  EXPECT_EQ(cb->commandKind, 8);
+  EXPECT_EQ(cb->operandCapacity, 20);
+  EXPECT_EQ(cb->operands, nullptr);
+  EXPECT_EQ(cb->fileListName[0], '\0');
+  EXPECT_EQ(cb->threadSession(), nullptr);
+  // A thread's session is found by its own thread id only.
+  Sess_o* fake = reinterpret_cast<Sess_o*>(cb);
+  cb->sessionMap[static_cast<unsigned long>(pthread_self())] = fake;
+  EXPECT_EQ(cb->threadSession(), fake);
+  cb->sessionMap.clear();
+}
+
+TEST(WhoAmITest, KeepsTheNameAndStoresUnknownForNull) {
+  hsmSetWhoAmI("qmxattr");
+  EXPECT_STREQ(hsmWhoAmI(), "qmxattr");
+  hsmSetWhoAmI(nullptr);
+  EXPECT_STREQ(hsmWhoAmI(), "unknown");
+  std::string longName(400, 'a');
+  hsmSetWhoAmI(longName.c_str());
+  EXPECT_EQ(std::string(hsmWhoAmI()).size(), 254u);
+}
+
+TEST(StatsTest, ClearStatsZeroesEveryWord) {
+  for (uint32_t& w : hsmStatVar) w = 7;
+  ClearStats();
+  for (uint32_t w : hsmStatVar) EXPECT_EQ(w, 0u);
+}
+
+}  // namespace
