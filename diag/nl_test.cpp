@@ -2,6 +2,9 @@
 // tree.
 #include <gmock/gmock.h>
 
+#include <sstream>
+#include <thread>
+
 #include "diag/nl_test_util.h"
 #include "diag/nlsobject.h"
 #include "diag/trace.h"
@@ -307,6 +310,62 @@ TEST(CodePages, UcsRoundTrip) {
   EXPECT_EQ(nlsLocalToUcs("G\xC3\xBCnter", back, 3), -1);  // does not fit
   EXPECT_EQ(nlsLocalToUcs("\xC3(", back, 16), -1);         // not UTF-8
   EXPECT_EQ(nlsUcsToLocal(ucs, local, 4), -1);
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(MessageTest, TrailerAfterTheLastMarkIsKeptApart) {
+  ASSERT_EQ(StartTestCatalogue(), 0);
+  EXPECT_EQ(Compose(9), "ANS0009I Text with a trailer.\n");
+  psMutexGuard g(&nls_mutex);
+  NLSMsg* m = GetMsg(9, false);
+  ASSERT_NE(m, nullptr);
+  EXPECT_STREQ(m->trailer, "TRL");
+}
+
+TEST_F(MessageTest, ScheduleModeCopiesEveryMessageToTheScheduleLog) {
+  TempDir dir;
+  ASSERT_EQ(Start(), 0);
+  std::string sched = dir.path() + "/sched.log";
+  DLogFile::InitializeLogFile(DLogFile::schedLogFile, 0, "", 0, 'D', 0, 0);
+  ASSERT_EQ(DLogFile::schedLogFile.utOpenOutputFile(sched.c_str()), 0);
+  nlprintf(9033, "/a");  // not copied: schedule mode is off
+  nlSetScheduleMode(1);
+  nlprintf(9033, "/b");
+  nlSetScheduleMode(0);
+  DLogFile::schedLogFile.utCloseOutputFile();
+  std::string log = ReadAll(sched);
+  EXPECT_THAT(log, ::testing::Not(HasSubstr("'/a'")));
+  EXPECT_THAT(log, HasSubstr("ANS9033I The recall mode of '/b' was set."));
+}
+
+TEST_F(MessageTest, ThreadsNeverInterleaveLogLines) {
+  TempDir dir;
+  ASSERT_EQ(Start("AMENG", 3), 0);  // a small cache: lookups evict each other
+  OpenErrorLog(dir.path() + "/qmxerror.log");
+  const unsigned nums[] = {9178, 9126, 9527, 9545};
+  std::vector<std::thread> threads;
+  for (unsigned t = 0; t < 4; ++t) {
+    threads.emplace_back([t, &nums] {
+      for (int i = 0; i < 150; ++i) {
+        char* s = nullptr;
+        nlsprintf(&s, nums[(t + i) % 4], "prog", "/some/path", "why");
+        if (s != nullptr) LogMsg(s);
+        free(s);
+      }
+    });
+  }
+  for (std::thread& th : threads) th.join();
+  std::istringstream log(ReadAll(dir.path() + "/qmxerror.log"));
+  std::string line;
+  int lines = 0;
+  while (std::getline(log, line)) {
+    ++lines;
+    EXPECT_THAT(line, ::testing::MatchesRegex("[0-9/]+ [0-9:]+ ANS95?[0-9]+E .*"));
+  }
+  EXPECT_EQ(lines, 600);
 }
 
 }  // namespace
