@@ -369,3 +369,28 @@ TEST_F(MessageTest, ThreadsNeverInterleaveLogLines) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(MessageTest, EnvironmentLocaleChoosesTheNationalCatalogue) {
+  // A utility client only reads the environment; the code set suffix is cut.
+  setenv("LC_ALL", "de_DE.UTF-8", 1);
+  nlInitInfo_t info = {};
+  ASSERT_EQ(nlinit("AMENG", 10, nltest::ClientBinDir().c_str(), 9, 3, 1, 1, &info, nullptr), 0);
+  EXPECT_STREQ(info.locale, "DE_DE.UTF-8");
+  EXPECT_EQ(info.dateFormat, 3);
+  EXPECT_STREQ(Language, "DE_DE");
+  EXPECT_THAT(Compose(1107, "-x"), StartsWith("ANS1107E Die Option oder das Argument '-x'"));
+  EXPECT_TRUE(Shown().empty());
+  setDateFmt(1);
+}
+
+TEST_F(MessageTest, BannerAndCopyrightLines) {
+  ASSERT_EQ(Start(), 0);
+  EXPECT_EQ(Compose(9006, 3, 1, 0, 2, " ", "11/21/2026"),
+            "NQB Space Management Client, version 3.1.0.2 11/21/2026\n");
+  EXPECT_EQ(Compose(15756), "This program may be used only as its license allows.");
+  EXPECT_EQ(pGlobalRC->get(), 0);  // display texts never raise the return code
+}
+
+}  // namespace
