@@ -232,4 +232,19 @@ TEST_F(LogTest, YoungLogIsNotRewritten) {
   EXPECT_FALSE(std::ifstream(Path("qmxprune.log")).good());
 }
 
+TEST_F(LogTest, WrappingLogWithAHeaderPastItsEndIsRebuilt) {
+  std::string p = Path("bad.log");
+  {
+    std::ofstream(p) << "LOGHEADERREC 999999      1000       damaged\n\n"
+                     << "11/20/2026 10:00:00 ANS1234E Kept.\n";
+  }
+  OpenErrorLog(p, 1000);
+  ASSERT_GT(LogMsg("ANS1234E Added."), 0);
+  std::string log = ReadAll(p);
+  EXPECT_LT(log.find("Kept."), log.find("Added."));
+  EXPECT_LE(log.size(), 1000u);
+  EXPECT_EQ(log.find("LOGHEADERREC", 1), std::string::npos);  // the old header is not an entry
+  EXPECT_EQ(log.find("damaged"), std::string::npos);
+}
+
 }  // namespace

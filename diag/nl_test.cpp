@@ -394,3 +394,28 @@ TEST_F(MessageTest, BannerAndCopyrightLines) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(MessageTest, TraceTimeStampsUseTheClientDateFormat) {
+  TempDir dir;
+  std::string trace = dir.path() + "/trace.out";
+  ASSERT_EQ(nlinit("AMENG", 10, nltest::ClientBinDir().c_str(), 5, 3, 3, 1, nullptr, nullptr), 0);
+  new_TraceObject(ctCLSpaceMGT, 0, nullptr);
+  ASSERT_EQ(trEnable("GENERAL", 1), 0);  // the first enable adds TIMESTAMP
+  ASSERT_EQ(trBegin(trace.c_str(), 0), 0);
+  trPrintf("here.cpp", 7, "stamped\n");
+  trClose(1);
+  delete_TraceObject();
+  setDateFmt(1);
+  setTimeFmt(1);
+  std::string t = ReadAll(trace);
+  size_t at = t.find("stamped");
+  ASSERT_NE(at, std::string::npos);
+  size_t bol = t.rfind('\n', at) + 1;
+  int y, mo, d, h, mi, sec;
+  EXPECT_EQ(sscanf(t.c_str() + bol, "%4d-%2d-%2d %2d.%2d.%2d.", &y, &mo, &d, &h, &mi, &sec), 6)
+      << t.substr(bol, at - bol);
+}
+
+}  // namespace

@@ -206,6 +206,7 @@ NLSMsg* ReadMsg(nl_catd cat, unsigned num, bool quietAbsent) {
 }
 
 int ReadIndex(const char* repository, unsigned num, unsigned* entry) {
+  psMutexGuard g(&nls_mutex);  // the work buffer is shared
   char* wb = nlsObj != nullptr ? nlsObj->workBuf : nullptr;
   char local[nlWorkBufSize];
   if (wb == nullptr) wb = local;
