@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cstring>
 
+#include "diag/trace.h"
 #include "options/opt_internal.h"
 #include "options/optobj.h"
 #include "platform/services.h"
@@ -76,6 +77,7 @@ int clientOptions::optEnvVarInitialize(char** argv) {
 }
 
 int clientOptions::optEnvVarInit() {
+  TRACE_ENTER_EXIT("clientOptions::optEnvVarInit");
   const euEnvironment_t* env = euGetEnvironment(0);
   bool api = clientType_ == ctCLAPI;
   const char* envDir = api ? env->qmxiDir : env->qmxDir;
@@ -107,5 +109,7 @@ int clientOptions::optEnvVarInit() {
   if (optGetSourceEntry(OPT_ERRORLOGNAME) == 0)
     optBuildFullName(logDir, "qmxerror.log", '/', errorLogName, sizeof(errorLogName));
   optBuildLogNames(this);
+  TRACE_Fkt(__FILE__, __LINE__)(TR_CONFIG, "optEnvVarInit: option dir '%s', log dir '%s'\n", optDir,
+                                logDir);
   return OPT_RC_OK;
 }

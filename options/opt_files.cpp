@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "diag/trace.h"
 #include "options/opt_callbacks.h"
 #include "options/opt_internal.h"
 #include "options/optobj.h"
@@ -178,6 +179,7 @@ int clientOptions::optOpenSystemOptionFile(const char* explicitName, FILE** fp, 
 
 int clientOptions::optProcessOptions(int store, const char* fileName, int mode, optError* err,
                                      int prescan) {
+  TRACE_ENTER_EXIT("clientOptions::optProcessOptions");
   if (err == nullptr) return OPT_RC_BADARG;
   if (store < optStoreSingle || store > optStoreUpdate) return OPT_RC_BADARG;
   optClearError(err);
@@ -214,6 +216,9 @@ int clientOptions::optProcessOptions(int store, const char* fileName, int mode, 
   }
   if (fp != nullptr) fclose(fp);
   setProcMode(savedProc);
+  TRACE_Fkt(__FILE__, __LINE__)(TR_CONFIG, "optProcessOptions: store %d%s, file '%s', rc %d\n",
+                                store, prescan ? " (pre-scan)" : "",
+                                store == optStoreSystem ? sysOptFile : userOptFile, rc);
   if (rc != OPT_RC_OK) {
     err->rc = rc;
     lastError = *err;
@@ -337,6 +342,8 @@ int clientOptions::optProcSysOptions(FILE* fp, const char* fileName, optError* e
     }
   }
   if (!found) return optSetError(err, OPT_RC_NOSTANZA, wanted.c_str(), "", lineNo, fileName);
+  TRACE_Fkt(__FILE__, __LINE__)(TR_CONFIG, "optProcSysOptions: stanza '%s' at line %u of %s\n",
+                                stanzaName, lineNo, fileName);
 
   // 4. Its options, up to the next stanza.
   while (utGetNextLine(fp, line, sizeof(line), &lineNo)) {

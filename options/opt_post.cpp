@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "diag/trace.h"
 #include "options/opt_internal.h"
 #include "options/optobj.h"
 
@@ -20,6 +21,7 @@ const char* const kImplicitExcludes[] = {"/.../.SpaceMan", "/.../lost+found"};
 }  // namespace
 
 int clientOptions::optPostProcessOptions(optError* err) {
+  TRACE_ENTER_EXIT("clientOptions::optPostProcessOptions");
   if (errorLogName[0] == '\0')
     optBuildFullName(logDir, "qmxerror.log", '/', errorLogName, sizeof(errorLogName));
   optBuildLogNames(this);

@@ -2,6 +2,7 @@
 
 #include <strings.h>
 
+#include <cctype>
 #include <cstddef>
 #include <cstring>
 
@@ -72,21 +73,39 @@ bool optIsAbbrev(const char* word, const char* keyword, unsigned minLen) {
   return len > 0 && len <= strlen(keyword) && len >= minLen && strncasecmp(word, keyword, len) == 0;
 }
 
-optSharedTable::optSharedTable(const optSharedOptionTableEntry_t* table) : table_(table) {}
+optSharedTable::optSharedTable(const optSharedOptionTableEntry_t* table) : table_(table) {
+  // A counting sort by first letter (upper-cased) keeps table order within
+  // each letter, and that order is the tie-break.
+  size_t n = 0;
+  while (table_[n].id != OPT_END_ID) ++n;
+  uint16_t count[256] = {};
+  auto key = [](const char* name) {
+    return static_cast<unsigned char>(toupper(static_cast<unsigned char>(name[0])));
+  };
+  for (size_t i = 0; i < n; ++i) ++count[key(table_[i].name)];
+  for (int c = 0; c < 256; ++c) start_[c + 1] = static_cast<uint16_t>(start_[c] + count[c]);
+  order_.resize(n);
+  uint16_t fill[256];
+  memcpy(fill, start_, sizeof(fill));
+  for (size_t i = 0; i < n; ++i) order_[fill[key(table_[i].name)]++] = static_cast<uint16_t>(i);
+}
 
 int optSharedTable::optSTStringToId(const char* word) const {
   if (word == nullptr || *word == '\0') return OPT_END_ID;
-  for (const optSharedOptionTableEntry_t* r = table_;; ++r) {
-    if (r->id == OPT_END_ID) return OPT_END_ID;
-    if (optIsAbbrev(word, r->name, r->minLen))
-      return r->kind == 2 ? -static_cast<int>(r->id) : r->id;
+  unsigned c = static_cast<unsigned char>(toupper(static_cast<unsigned char>(word[0])));
+  for (uint16_t k = start_[c]; k < start_[c + 1]; ++k) {
+    const optSharedOptionTableEntry_t& r = table_[order_[k]];
+    if (optIsAbbrev(word, r.name, r.minLen)) return r.kind == 2 ? -static_cast<int>(r.id) : r.id;
   }
+  return OPT_END_ID;
 }
 
 bool optSharedTable::optSTAbbrev(const char* word, int id) const {
-  if (id < 0 || id >= OPT_END_ID) return false;
-  for (const optSharedOptionTableEntry_t* r = table_; r->id != OPT_END_ID; ++r) {
-    if (r->id == id && r->kind != 2 && optIsAbbrev(word, r->name, r->minLen)) return true;
+  if (id < 0 || id >= OPT_END_ID || word == nullptr || *word == '\0') return false;
+  unsigned c = static_cast<unsigned char>(toupper(static_cast<unsigned char>(word[0])));
+  for (uint16_t k = start_[c]; k < start_[c + 1]; ++k) {
+    const optSharedOptionTableEntry_t& r = table_[order_[k]];
+    if (r.id == id && r.kind != 2 && optIsAbbrev(word, r.name, r.minLen)) return true;
   }
   return false;
 }

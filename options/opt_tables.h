@@ -6,6 +6,8 @@
 #ifndef QMX_OPTIONS_OPT_TABLES_H_
 #define QMX_OPTIONS_OPT_TABLES_H_
 
+#include <vector>
+
 #include "options/opt_ids.h"
 #include "options/opt_types.h"
 
@@ -33,7 +35,11 @@ class optSharedTable {
   const optSharedOptionTableEntry_t* rows() const { return table_; }
 
  private:
+  // Row numbers grouped by the name's first letter, each group in table
+  // order, so a lookup visits only the rows that can match.
   const optSharedOptionTableEntry_t* table_;
+  std::vector<uint16_t> order_;
+  uint16_t start_[257] = {};
 };
 
 // The abbreviation rule of every keyword match: |word| is non-empty, no

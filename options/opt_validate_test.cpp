@@ -330,3 +330,40 @@ TEST(OptObject, MissingRowIsRefused) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(OptShadow, PerThreadCopyIsIndependent) {
+  clientOptions main(ctCLSpaceMGT);
+  main.optSetValidMode(optSrcSystem);
+  ASSERT_EQ(main.optValidateOption("/gpfs/a", "VIRTUALMOUNTPOINT", 1, 1, 0), 0);
+  ASSERT_EQ(main.optValidateOption("1600", "TCPPORT", 1, 1, 0), 0);
+  main.dmapiSessionId = 0x1234;
+  optionsP = &main;
+
+  clientOptions* shadow = clientOptions::ouCreateShadowOpts(main);
+  ASSERT_NE(shadow, nullptr);
+  EXPECT_EQ(shadow->tcpPort, 1600);
+  EXPECT_EQ(shadow->dmapiSessionId, 0x1234u);
+  ASSERT_NE(shadow->virtualMountPoints, nullptr);
+  EXPECT_NE(shadow->virtualMountPoints, main.virtualMountPoints);  // its own list
+  EXPECT_EQ(shadow->optGetSourceEntry(shadow->optGetOptionId("TCPPORT")), optSrcSystem);
+
+  EXPECT_EQ(optGetThreadOptionP(), &main);
+  optSetThreadOptionP(shadow);
+  EXPECT_EQ(optGetThreadOptionP(), shadow);
+  shadow->optSetValidMode(optSrcSystem);
+  ASSERT_EQ(shadow->optValidateOption("/gpfs/b", "VIRTUALMOUNTPOINT", 1, 1, 0), 0);
+  EXPECT_EQ(main.virtualMountPoints->size(), 1u);
+  EXPECT_EQ(shadow->virtualMountPoints->size(), 2u);
+
+  clientOptions::ouDeleteShadowOpts(shadow);
+  EXPECT_EQ(shadow, nullptr);
+  EXPECT_EQ(optGetThreadOptionP(), &main);
+  clientOptions* self = &main;
+  clientOptions::ouDeleteShadowOpts(self);  // the process's object stays
+  EXPECT_EQ(self, &main);
+  optionsP = nullptr;
+}
+
+}  // namespace

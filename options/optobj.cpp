@@ -322,6 +322,59 @@ clientOptions::~clientOptions() {
   if (threadOptions == this) threadOptions = nullptr;
 }
 
+int optionObject::copyValues(const optionObject& src) {
+  optFreeOptions();
+  memcpy(static_cast<void*>(fields_), src.fields_, sizeof(optFields_t));
+  // The copied pointers still belong to |src|: give this object its own.
+  for (int i = 0; i < tableCount_ && table_[i].id != OPT_END_ID; ++i) {
+    const optionEntry& r = table_[i];
+    void* f = fieldOf(&r);
+    if (f == nullptr) continue;
+    if (r.storage == ST_HEAP) {
+      char** p = static_cast<char**>(f);
+      if (*p != nullptr && (*p = strdup(*p)) == nullptr) return OPT_RC_NOMEM;
+    } else if (r.storage == ST_LIST) {
+      optStringList** p = static_cast<optStringList**>(f);
+      if (*p != nullptr && (*p = new (std::nothrow) optStringList(**p)) == nullptr)
+        return OPT_RC_NOMEM;
+    }
+  }
+  if (setBy_ != nullptr && src.setBy_ != nullptr && rowSlots_ == src.rowSlots_)
+    memcpy(setBy_, src.setBy_, rowSlots_);
+  inclExcl_ = src.inclExcl_;
+  platformSupport = src.platformSupport;
+  memcpy(optDir, src.optDir, sizeof(optDir));
+  memcpy(logDir, src.logDir, sizeof(logDir));
+  memcpy(userOptFile, src.userOptFile, sizeof(userOptFile));
+  memcpy(sysOptFile, src.sysOptFile, sizeof(sysOptFile));
+  memcpy(stanzaName, src.stanzaName, sizeof(stanzaName));
+  memcpy(msgFileName, src.msgFileName, sizeof(msgFileName));
+  memcpy(schedLogFullName, src.schedLogFullName, sizeof(schedLogFullName));
+  memcpy(auditLogFullName, src.auditLogFullName, sizeof(auditLogFullName));
+  envDirGiven = src.envDirGiven;
+  userOptFileOpened = src.userOptFileOpened;
+  nodeNameLocked = src.nodeNameLocked;
+  serverNameLocked = src.serverNameLocked;
+  txnByteLimitUnit = src.txnByteLimitUnit;
+  imageGapSizeUnit = src.imageGapSizeUnit;
+  errorLogRetentionSave = src.errorLogRetentionSave;
+  schedLogRetentionSave = src.schedLogRetentionSave;
+  validMode_ = src.validMode_;
+  featureWord_ = src.featureWord_;
+  return OPT_RC_OK;
+}
+
+clientOptions* clientOptions::ouCreateShadowOpts(const clientOptions& src) {
+  clientOptions* copy = new (std::nothrow) clientOptions(src.optGetClientType());
+  if (copy == nullptr) return nullptr;
+  if (!copy->constructed() || copy->copyValues(src) != OPT_RC_OK) {
+    delete copy;
+    return nullptr;
+  }
+  copy->dmapiSessionId = src.dmapiSessionId;
+  return copy;
+}
+
 void clientOptions::ouDeleteShadowOpts(clientOptions*& shadow) {
   if (shadow == nullptr || shadow == optionsP) return;
   if (threadOptions == shadow) threadOptions = nullptr;

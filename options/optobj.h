@@ -151,6 +151,10 @@ class optionObject {
   optError lastError;
 
  protected:
+  // Copies every value of |src| (deep for heap texts and lists).  Returns
+  // 0 or 102.
+  int copyValues(const optionObject& src);
+
   int validMode_ = 4;
   int procMode_ = 0;
   cliType_t clientType_ = ctCLBackup;
@@ -216,7 +220,11 @@ class clientOptions : public optFields_t, public optionObject {
   // Prints "name  text" with the name padded to |width|.
   void optPrintToScreen(int id, const char* text, int width, FILE* out = stdout) const;
 
-  // Discards a per-thread copy made by optCopyForThread.
+  // A per-thread copy of |src| (heap texts and lists copied too) that a
+  // thread may change and install with optSetThreadOptionP; null when out
+  // of memory.  ouDeleteShadowOpts discards it (never the process's own
+  // object), uninstalls it and clears the pointer.
+  static clientOptions* ouCreateShadowOpts(const clientOptions& src);
   static void ouDeleteShadowOpts(clientOptions*& shadow);
 
  private:
