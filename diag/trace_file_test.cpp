@@ -83,6 +83,14 @@ TEST_F(TraceFile, SecondBeginKeepsTheOpenFile) {
   ASSERT_EQ(0, trBegin(path("b.trc").c_str(), 0));
   EXPECT_EQ(path("a.trc"), trGetTraceFileName());
   EXPECT_FALSE(exists(path("b.trc")));
+  trClose(0);
+  // Nor does a file name replace stdout once it is open.
+  testing::internal::CaptureStdout();
+  ASSERT_EQ(0, trBegin("STDOUT", 0));
+  ASSERT_EQ(0, trBegin(path("c.trc").c_str(), 0));
+  testing::internal::GetCapturedStdout();
+  EXPECT_STREQ("", trGetTraceFileName());
+  EXPECT_FALSE(exists(path("c.trc")));
 }
 
 TEST_F(TraceFile, BadNamesAndUnopenableFiles) {
