@@ -196,9 +196,8 @@ int clientOptions::optProcessOptions(int store, const char* fileName, int mode, 
       if (store != optStoreUpdate && !prescan) {
         // A fresh read starts from the defaults (late rows keep theirs).
         setDefaults(0);
-        optFreeOptions();
-        if (optGetSourceEntry(OPT_ERRORLOGNAME) == 0)
-          optBuildFullName(logDir, "qmxerror.log", '/', errorLogName, sizeof(errorLogName));
+        // The error log's default comes from the environment's directories.
+        optBuildFullName(logDir, "qmxerror.log", '/', errorLogName, sizeof(errorLogName));
         optBuildLogNames(this);
         ieList().setSpecialChars('*', '?');
         if (clientType_ != ctCLAPI) optComputerName(nodeName, sizeof(nodeName));
