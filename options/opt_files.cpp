@@ -318,6 +318,7 @@ int clientOptions::optProcSysOptions(FILE* fp, const char* fileName, optError* e
   rewind(fp);
   lineNo = 0;
   bool found = false;
+  bool firstStanza = true;
   while (!found && utGetNextLine(fp, line, sizeof(line), &lineNo)) {
     optLine l;
     splitLine(line, &l);
@@ -328,10 +329,14 @@ int clientOptions::optProcSysOptions(FILE* fp, const char* fileName, optError* e
     optUpper(stanza);
     if (stanza[0] == '\0' || strlen(stanza) >= optServerNameSize)
       return optSetError(err, OPT_RC_BADOPT, stanza, l.original.c_str(), lineNo, fileName);
-    if (wanted.empty()) {
-      // No server named anywhere: the first stanza serves, for migration too.
-      wanted = stanza;
-      snprintf(serverName, sizeof(serverName), "%s", stanza);
+    if (firstStanza) {
+      // With no server named anywhere the first stanza serves; with no
+      // migration server given, it is also the one files migrate to.
+      firstStanza = false;
+      if (wanted.empty()) {
+        wanted = stanza;
+        snprintf(serverName, sizeof(serverName), "%s", stanza);
+      }
       if (migrateServer[0] == '\0') snprintf(migrateServer, sizeof(migrateServer), "%s", stanza);
     }
     if (strcasecmp(stanza, wanted.c_str()) == 0) {

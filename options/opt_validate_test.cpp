@@ -424,6 +424,28 @@ TEST(OptGeneral, DatesTimesAndFlags) {
   EXPECT_EQ(o.optValidateOptionCL("3", "BARE", 0, 1, 0), 400);  // takes no value
 }
 
+TEST(OptGeneral, NumbersMustFitTheirStorage) {
+  // Ranges wider than the storage: the storage still bounds the value.
+  const int32_t f16 = static_cast<int32_t>(offsetof(optFields_t, errorLogRetention));
+  const int32_t f32 = static_cast<int32_t>(offsetof(optFields_t, tcpPort));
+  const optionEntry table[] = {
+      {1, f16, ST_U16, 2, optFeatAll, 0xFFFF, optSrcAny, PK_NUMBER, 0, 100000, VF_NORMAL,
+       optGeneralCallback, false, nullptr, 0, ""},
+      {2, f32, ST_I32, 4, optFeatAll, 0xFFFF, optSrcAny, PK_NUMBER, -5000000000, 5000000000u,
+       VF_NORMAL, optGeneralCallback, false, nullptr, 0, ""},
+      {OPT_END_ID, -1, ST_NONE, 0, 0, 0, 0, 0, 0, 0, VF_NONE, nullptr, false, nullptr, 0, ""}};
+  const optSharedOptionTableEntry_t names[] = {
+      {"SMALL", 5, 1, 0}, {"WIDE", 4, 2, 0}, {"ZZZLASTENTRY", 3, 999, 0}};
+  clientOptions o(ctCLSpaceMGT, table, 3, names);
+  EXPECT_EQ(o.optValidateOptionCL("65535", "SMALL", 0, 1, 0), 0);
+  EXPECT_EQ(o.errorLogRetention, 65535);
+  EXPECT_EQ(o.optValidateOptionCL("65536", "SMALL", 0, 1, 0), 400);
+  EXPECT_EQ(o.optValidateOptionCL("-2147483648", "WIDE", 0, 1, 0), 0);
+  EXPECT_EQ(o.tcpPort, INT32_MIN);
+  EXPECT_EQ(o.optValidateOptionCL("2147483648", "WIDE", 0, 1, 0), 400);
+  EXPECT_EQ(o.optValidateOptionCL("-0x80000001", "WIDE", 0, 1, 0), 400);
+}
+
 TEST(OptDisplay, OneOptionPerLine) {
   clientOptions o(ctCLSpaceMGT);
   o.optSetValidMode(optSrcSystem);
