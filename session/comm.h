@@ -15,8 +15,8 @@
 //   commFlush(obj)         pushes buffered output.
 //   commRecvBuff(obj, buf, max, &got) reads what is available, at least one
 //                          byte and at most max.
-//   commClose(obj)         shuts the connection and frees the method's state;
-//                          harmless when there is none.
+//   commClose(obj)         shuts the connection; harmless when there is none.
+//   commUnload(obj)        shuts the connection and frees the method's state.
 // Thread safety: a commObj_t is used by one thread at a time (the session's
 // lock serialises sharing).
 #ifndef QMX_SESSION_COMM_H_
@@ -66,12 +66,13 @@ struct commFunc_t {
   int (*commFlush)(commObj_t* obj) = nullptr;
   int (*commRecvBuff)(commObj_t* obj, unsigned char* buf, uint32_t max, uint32_t* got) = nullptr;
   int (*commClose)(commObj_t* obj) = nullptr;
+  int (*commUnload)(commObj_t* obj) = nullptr;
 };
 
 struct commObj_t {
   commFunc_t commFunc;
   commInfo_t info;
-  void* methodState = nullptr;  // owned by the method; freed by commClose
+  void* methodState = nullptr;  // owned by the method; freed by commUnload
   int lastErrno = 0;            // errno of the last failing socket call
   int openAttempts = 0;         // connection attempts made by the last commOpen
 };

@@ -183,9 +183,16 @@ int TcpLoad(commObj_t* obj, int method) {
 
 int TcpClose(commObj_t* obj) {
   TcpState* st = StateOf(obj);
-  if (st == nullptr) return 0;
-  if (st->fd >= 0) ::close(st->fd);
-  delete st;
+  if (st == nullptr || st->fd < 0) return 0;
+  ::close(st->fd);
+  st->fd = -1;
+  st->outLen = st->inPos = st->inLen = 0;
+  return 0;
+}
+
+int TcpUnload(commObj_t* obj) {
+  TcpClose(obj);
+  delete StateOf(obj);
   obj->methodState = nullptr;
   return 0;
 }
@@ -298,6 +305,7 @@ void tcpFillFuncTable(commFunc_t* fn) {
   fn->commFlush = TcpFlush;
   fn->commRecvBuff = TcpRecvBuff;
   fn->commClose = TcpClose;
+  fn->commUnload = TcpUnload;
 }
 
 int tcpSocketOf(const commObj_t* obj) {
