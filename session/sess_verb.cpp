@@ -73,6 +73,8 @@ int Sess_o::RecvOne(unsigned char** bufP, bool callerBuf) {
   }
   uint32_t capacity = callerBuf ? sessGetBufferSize() : static_cast<uint32_t>(recvBuf_.size());
   if (len > capacity) {
+    unsigned char header[VERB_EXT_HDR_LEN];  // |buf| may be the buffer that grows
+    std::memcpy(header, buf, hdrLen);
     try {
       if (recvBuf_.size() < len) recvBuf_.resize(len);
     } catch (const std::bad_alloc&) {
@@ -80,7 +82,7 @@ int Sess_o::RecvOne(unsigned char** bufP, bool callerBuf) {
       BreakAndClose();
       return SESS_RC_NOMEM;
     }
-    std::memmove(recvBuf_.data(), buf, hdrLen);
+    std::memmove(recvBuf_.data(), header, hdrLen);
     buf = recvBuf_.data();
     *bufP = buf;
   }
@@ -89,7 +91,7 @@ int Sess_o::RecvOne(unsigned char** bufP, bool callerBuf) {
     BreakAndClose();
     return rc;
   }
-  sessSetUint64(sessVerbsRecv, sessGetUint64(sessVerbsRecv) + 1);
+  if (type != VB_CRC) sessSetUint64(sessVerbsRecv, sessGetUint64(sessVerbsRecv) + 1);
   if (TR_VERBINFO || TR_SESSVERB) nlprintf(20765, len, type, trVerbType(type));
   return 0;
 }

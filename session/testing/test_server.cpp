@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -178,6 +179,8 @@ void TestServer::AcceptLoop() {
     if (p[1].revents != 0) return;
     int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) continue;
+    int one = 1;
+    ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
     ++connections_;
     std::lock_guard<std::mutex> g(mu_);
     fds_.push_back(fd);
@@ -239,10 +242,11 @@ bool TestServer::Answer(Conn& c, const std::vector<unsigned char>& verb, bool ec
       break;
   }
   if (echo && (sendCrc_ || f == Fault::WrongChecksum)) {
+    // One write for both verbs, as a real server would send them.
     unsigned char crc[VERB_CRC_LEN];
     verbBuildCRC(out.data(), crc);
     if (f == Fault::WrongChecksum) crc[VERB_CRC_OFF_VALUE] ^= 0x01;
-    if (!WriteN(c.fd, crc, sizeof crc)) return false;
+    out.insert(out.begin(), crc, crc + VERB_CRC_LEN);
   }
   return WriteN(c.fd, out.data(), out.size());
 }
