@@ -2,7 +2,9 @@
 
 #include <sys/time.h>
 
-uint32_t GetTod() { return static_cast<uint32_t>(time(nullptr)); }
+uint32_t GetTod() {
+  return static_cast<uint32_t>(time(nullptr));
+}
 
 void psGetTimeMs(time_t* secs, unsigned long* millis) {
   struct timespec ts;

@@ -7,7 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 
-int clUtIsStdoutRedirected() { return isatty(STDOUT_FILENO) ? 0 : 1; }
+int clUtIsStdoutRedirected() {
+  return isatty(STDOUT_FILENO) ? 0 : 1;
+}
 
 namespace {
 int EnvNumber(const char* name, int fallback) {
@@ -33,11 +35,15 @@ void clUtGetScreenSize(int* rows, int* columns) {
   if (columns != nullptr) *columns = c;
 }
 
-int clUtCanPrintInCleanUp() { return fcntl(STDERR_FILENO, F_GETFD) != -1 ? 1 : 0; }
+int clUtCanPrintInCleanUp() {
+  return fcntl(STDERR_FILENO, F_GETFD) != -1 ? 1 : 0;
+}
 
 void clUtCleanUp() {
   std::fflush(stdout);
   std::fflush(stderr);
 }
 
-char* psConvertOemString(char* text) { return text; }
+char* psConvertOemString(char* text) {
+  return text;
+}

@@ -52,14 +52,18 @@ int psSetThreadMode(int mode) {
   return old;
 }
 
-int psGetThreadMode() { return g_threadMode; }
+int psGetThreadMode() {
+  return g_threadMode;
+}
 
 int psInitialization(char** argv) {
   g_programPath = (argv != nullptr && argv[0] != nullptr) ? argv[0] : "";
   return 0;
 }
 
-const char* psProgramPath() { return g_programPath.c_str(); }
+const char* psProgramPath() {
+  return g_programPath.c_str();
+}
 
 int pkInstallSignalHandler(int sig, psSignalHandler_t handler) {
   struct sigaction sa;
@@ -121,9 +125,13 @@ int dsCoreInit(int apiMode, int threaded) {
   return 0;
 }
 
-void dsCoreCleanUp() { g_coreUp = 0; }
+void dsCoreCleanUp() {
+  g_coreUp = 0;
+}
 
-int dsCoreIsUp() { return g_coreUp; }
+int dsCoreIsUp() {
+  return g_coreUp;
+}
 
 const euEnvironment_t* euGetEnvironment(int refresh) {
   if (g_env.taken && !refresh) return &g_env.view;

@@ -14,8 +14,12 @@
 namespace {
 
 std::vector<int> g_order;
-void First() { g_order.push_back(1); }
-void Second() { g_order.push_back(2); }
+void First() {
+  g_order.push_back(1);
+}
+void Second() {
+  g_order.push_back(2);
+}
 
 TEST(CleanUpTest, RunsNewestFirstAndOnlyOnce) {
   g_order.clear();

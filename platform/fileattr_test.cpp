@@ -1,0 +1,147 @@
+#include "platform/fileattr.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "platform/textfile.h"
+
+namespace {
+
+class TempDir : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char tmpl[] = "/tmp/qmxfio.XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    dir_ = tmpl;
+  }
+  void TearDown() override { std::system(("rm -rf '" + dir_ + "'").c_str()); }
+  std::string Path(const char* n) const { return dir_ + "/" + n; }
+  void Write(const char* n, const std::string& data) const {
+    std::ofstream(Path(n), std::ios::binary) << data;
+  }
+  std::string dir_;
+};
+
+void* HeapAlloc(void* ctx, size_t n) {
+  auto* blocks = static_cast<std::vector<void*>*>(ctx);
+  blocks->push_back(std::malloc(n));
+  return blocks->back();
+}
+
+void* FailAlloc(void*, size_t) {
+  return nullptr;
+}
+
+TEST_F(TempDir, KindsAndLinkMarkFollowTheObjectNotItsTarget) {
+  Write("file", "x");
+  ASSERT_EQ(mkdir(Path("dir").c_str(), 0755), 0);
+  ASSERT_EQ(symlink(Path("file").c_str(), Path("link").c_str()), 0);
+  ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
+  Attrib a;
+  ASSERT_EQ(fioStatPath(Path("file").c_str(), &a), 0);
+  EXPECT_TRUE(attrIsPlainFile(a));
+  EXPECT_EQ(a.uid, getuid());
+  ASSERT_EQ(fioStatPath(Path("dir").c_str(), &a), 0);
+  EXPECT_TRUE(attrIsDir(a));
+  ASSERT_EQ(fioStatPath(Path("link").c_str(), &a), 0);
+  EXPECT_EQ(a.type & ATTR_KIND_MASK, ATTR_KIND_FILE);
+  EXPECT_EQ(a.type & ATTR_LINK_MASK, ATTR_LINK_SYMLINK);
+  EXPECT_FALSE(attrIsPlainFile(a));
+  ASSERT_EQ(fioStatPath(Path("fifo").c_str(), &a), 0);
+  EXPECT_EQ(a.type, ATTR_KIND_FIFO);
+  errno = 0;
+  EXPECT_EQ(fioStatPath(Path("missing").c_str(), &a), -1);
+  EXPECT_EQ(errno, ENOENT);
+
+  fileSpec_t* spec = newFileSpec("/", dir_.c_str(), "/file");
+  ASSERT_NE(spec, nullptr);
+  ASSERT_EQ(fioGetAttrib(spec, &a, 0), 0);
+  EXPECT_EQ(a.size, 1u);
+  freeFileSpec(spec);
+}
+
+TEST_F(TempDir, ListingIsSortedByByteOrderWithoutDotEntries) {
+  for (const char* n : {"b", "a", "B", "_z", ".hidden"}) Write(n, "");
+  ASSERT_EQ(mkdir(Path("sub").c_str(), 0755), 0);
+  std::vector<void*> blocks;
+  dirEntry_t* head = nullptr;
+  ASSERT_EQ(fioGetDirEntries2(dir_.c_str(), HeapAlloc, &blocks, &head), 0);
+  std::vector<std::string> names;
+  for (dirEntry_t* e = head; e != nullptr; e = e->next) {
+    names.push_back(e->name);
+    if (names.back() == "/sub") {
+      EXPECT_TRUE(attrIsDir(e->attr));
+    }
+  }
+  EXPECT_EQ(names, (std::vector<std::string>{"/.hidden", "/B", "/_z", "/a", "/b", "/sub"}));
+  for (void* b : blocks) std::free(b);
+
+  ASSERT_EQ(fioGetDirEntries2(Path("sub").c_str(), HeapAlloc, &blocks, &head), 0);
+  EXPECT_EQ(head, nullptr);
+  errno = 0;
+  EXPECT_EQ(fioGetDirEntries2(dir_.c_str(), FailAlloc, nullptr, &head), -1);
+  EXPECT_EQ(errno, ENOMEM);
+  EXPECT_EQ(fioGetDirEntries2(Path("a").c_str(), HeapAlloc, &blocks, &head), -1);
+  EXPECT_EQ(errno, ENOTDIR);
+}
+
+TEST_F(TempDir, TextFileOpenerReportsWideFilesAndSkipsUtf8Mark) {
+  Write("utf16", std::string("\xFF\xFE"
+                             "a\0",
+                             4));
+  Write("utf16be", std::string("\xFE\xFF\0a", 4));
+  Write("utf8", "\xEF\xBB\xBFline\n");
+  Write("plain", "p\n");
+  int wide = -1;
+  FILE* f = utOpenTextFile(Path("utf16").c_str(), &wide);
+  ASSERT_NE(f, nullptr);
+  EXPECT_EQ(wide, 1);
+  std::fclose(f);
+  f = utOpenTextFile(Path("utf16be").c_str(), &wide);
+  ASSERT_NE(f, nullptr);
+  EXPECT_EQ(wide, 1);
+  std::fclose(f);
+  f = utOpenTextFile(Path("utf8").c_str(), &wide);
+  ASSERT_NE(f, nullptr);
+  EXPECT_EQ(wide, 0);
+  char buf[32];
+  ASSERT_NE(std::fgets(buf, sizeof buf, f), nullptr);
+  EXPECT_STREQ(buf, "line\n");
+  std::fclose(f);
+  f = utOpenTextFile(Path("plain").c_str(), &wide);
+  ASSERT_NE(f, nullptr);
+  ASSERT_NE(std::fgets(buf, sizeof buf, f), nullptr);
+  EXPECT_STREQ(buf, "p\n");
+  std::fclose(f);
+  EXPECT_EQ(utOpenTextFile(Path("none").c_str(), &wide), nullptr);
+  EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(GetQuotedTokenTest, QuotesBlanksAndLimits) {
+  const char* line = "  \"/a b/c\" rest 'x y'";
+  char tok[16];
+  ASSERT_EQ(GetQuotedToken(&line, tok, sizeof tok), 0);
+  EXPECT_STREQ(tok, "/a b/c");
+  ASSERT_EQ(GetQuotedToken(&line, tok, sizeof tok), 0);
+  EXPECT_STREQ(tok, "rest");
+  ASSERT_EQ(GetQuotedToken(&line, tok, sizeof tok), 0);
+  EXPECT_STREQ(tok, "x y");
+  ASSERT_EQ(GetQuotedToken(&line, tok, sizeof tok), 0);
+  EXPECT_STREQ(tok, "");
+
+  const char* open = "\"unclosed";
+  EXPECT_EQ(GetQuotedToken(&open, tok, sizeof tok), 402);
+  const char* longer = "0123456789abcdef";  // 16 characters need 17 bytes
+  EXPECT_EQ(GetQuotedToken(&longer, tok, sizeof tok), 400);
+  EXPECT_EQ(GetQuotedToken(nullptr, tok, sizeof tok), 109);
+}
+
+}  // namespace
