@@ -15,19 +15,6 @@ void sessDiag(const char* file, unsigned line, const char* fmt, ...) {
   errno = saved;
 }
 
-#ifndef QMX_SESSION_HAVE_TRACE
-int trPrintf(const char* file, unsigned line, const char* fmt, ...) {
-  int saved = errno;
-  std::fprintf(stderr, "%-20s(%4u): ", file, line);
-  va_list ap;
-  va_start(ap, fmt);
-  std::vfprintf(stderr, fmt, ap);
-  va_end(ap);
-  errno = saved;
-  return 0;
-}
-#endif
-
 #ifndef QMX_SESSION_HAVE_NL
 int nlprintf(int num, ...) {
   std::fprintf(stdout, "ANS%04d\n", num);
