@@ -194,7 +194,11 @@ void trInstallConsoleCallback(trConsoleCallback_t fn, void* ctx) {
 }
 
 void trStartTracing() {
-  if (trObj != nullptr && trObj->configName[0] != '\0') trObj->active = 1;
+  // A file name is set, or an output without one (stdout, stderr, console)
+  // is open.
+  if (trObj != nullptr && (trObj->configName[0] != '\0' || trObj->stream != nullptr)) {
+    trObj->active = 1;
+  }
 }
 
 void trStopTracing() {

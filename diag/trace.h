@@ -219,7 +219,7 @@ void trSetErrorProg(const char* name);
 const char* trGetErrorProg();  // "" when none
 void trSetNoStdout();
 void trInstallConsoleCallback(trConsoleCallback_t fn, void* ctx);
-void trStartTracing();             // trace active again, if a file name is set
+void trStartTracing();             // trace active again, if a file name is set or output open
 void trStopTracing();              // pause output without closing
 const char* trGetTraceFileName();  // the open (actual) file name, "" if none
 int trGetTraceState();
@@ -283,16 +283,21 @@ int trInitializeStatusLog(const char* dir, const char* name, char* result);
 //
 //   TRACE_Fkt(__FILE__, __LINE__)(TR_SM, "rc=%d\n", rc);
 //
-// The class flag is tested inline; only an enabled class reaches trPrintf.
-// errno is preserved.
-int trFktPrintf(const char* file, unsigned line, const char* fmt, ...);
+// The class flag is tested inline (one byte compare and a branch); only an
+// enabled class reaches the out-of-line formatting.  The format is checked
+// against the arguments at compile time, as for printf.  errno is preserved.
+int trFktPrintf(const char* file, unsigned line, const char* fmt, ...)
+    __attribute__((format(printf, 3, 4)));
 
 class TRACE_Fkt {
  public:
   TRACE_Fkt(const char* file, unsigned line) : file_(file), line_(line) {}
-  template <typename... Args>
-  void operator()(unsigned char flag, const char* fmt, Args... args) const {
-    if (__builtin_expect(flag != 0, 0)) trFktPrintf(file_, line_, fmt, args...);
+  // Always inlined so that the arguments pass straight through
+  // (__builtin_va_arg_pack) without a va_list on the disabled path.
+  __attribute__((always_inline, format(printf, 3, 4))) inline void operator()(unsigned char flag,
+                                                                              const char* fmt,
+                                                                              ...) const {
+    if (__builtin_expect(flag != 0, 0)) trFktPrintf(file_, line_, fmt, __builtin_va_arg_pack());
   }
 
  private:

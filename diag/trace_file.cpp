@@ -130,9 +130,10 @@ int trBegin(const char* name, int announce) {
     }
     psMutexGuard guard(&o->mutex);
     if (o->configName[0] == '\0') snprintf(o->configName, sizeof(o->configName), "%s", absolute);
-    if (o->segCount >= 2) {
+    // The name of an output that is already open stays as it is.
+    if (o->stream == nullptr && o->segCount >= 2) {
       snprintf(o->actualName, sizeof(o->actualName), "%s.%u", o->configName, o->curSeg);
-    } else {
+    } else if (o->stream == nullptr) {
       snprintf(o->actualName, sizeof(o->actualName), "%s", o->configName);
     }
   }

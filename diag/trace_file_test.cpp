@@ -4,8 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -81,6 +83,14 @@ TEST_F(TraceFile, SecondBeginKeepsTheOpenFile) {
   ASSERT_EQ(0, trBegin(path("b.trc").c_str(), 0));
   EXPECT_EQ(path("a.trc"), trGetTraceFileName());
   EXPECT_FALSE(exists(path("b.trc")));
+  trClose(0);
+  // Nor does a file name replace stdout once it is open.
+  testing::internal::CaptureStdout();
+  ASSERT_EQ(0, trBegin("STDOUT", 0));
+  ASSERT_EQ(0, trBegin(path("c.trc").c_str(), 0));
+  testing::internal::GetCapturedStdout();
+  EXPECT_STREQ("", trGetTraceFileName());
+  EXPECT_FALSE(exists(path("c.trc")));
 }
 
 TEST_F(TraceFile, BadNamesAndUnopenableFiles) {
@@ -207,6 +217,32 @@ TEST_F(TraceWrap, FileWithoutHeaderIsStartedAnew) {
   std::string c = readFile(path("w.trc"));
   EXPECT_THAT(c, StartsWith("NQB Trace   "));
   EXPECT_THAT(c, Not(HasSubstr("some other file")));
+}
+
+TEST_F(TraceWrap, ConcurrentWritersLoseNoLine) {
+  openWrapping(900);  // roomy: no wrap, so every line must survive
+  std::vector<std::thread> writers;
+  std::atomic<int> ready{0};
+  for (int t = 0; t < 4; ++t) {
+    writers.emplace_back([t, &ready] {
+      ready.fetch_add(1);
+      while (ready.load() < 4) {
+      }
+      writeLines(t * 1000, t * 1000 + 400);
+    });
+  }
+  for (std::thread& w : writers) w.join();
+  std::string c = readFile(path("w.trc"));
+  const size_t next = recordedNext(c);
+  ASSERT_EQ("\nEND OF DATA\n\n", c.substr(next, 14));
+  EXPECT_EQ(c.size(), next + 14);
+  for (int t = 0; t < 4; ++t) {
+    for (int i = t * 1000; i < t * 1000 + 400; ++i) {
+      size_t at = c.find(lineText(i));
+      ASSERT_NE(std::string::npos, at) << i;
+      EXPECT_EQ(std::string::npos, c.find(lineText(i), at + 1)) << i;
+    }
+  }
 }
 
 TEST_F(TraceWrap, SizeSettingsForceTimestampAndPrefix) {

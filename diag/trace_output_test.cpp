@@ -250,7 +250,11 @@ TEST_F(TraceStd, StdoutCarriesTheAnnouncementAndLines) {
   testing::internal::CaptureStdout();
   ASSERT_EQ(0, trBegin("stdout", 1));
   trPrintf("j.cpp", 1, "hello\n");
-  EXPECT_EQ("Tracing to stdout\nhello\n", testing::internal::GetCapturedStdout());
+  trStopTracing();
+  trPrintf("j.cpp", 2, "paused\n");
+  trStartTracing();
+  trPrintf("j.cpp", 3, "again\n");
+  EXPECT_EQ("Tracing to stdout\nhello\nagain\n", testing::internal::GetCapturedStdout());
   EXPECT_EQ(1, trIsStarted());
 }
 

@@ -1,0 +1,87 @@
+// Start-up cost of the options: construct the object, take the environment
+// and read a typical qmx.opt and the server stanza of a typical qmx.sys.
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+#include "options/optobj.h"
+#include "platform/services.h"
+
+namespace {
+
+const char kUserOpt[] =
+    "* qmx.opt of a space-managed node\n"
+    "OPTIONFORMAT    STANDARD\n"
+    "DATEFORMAT      3\n"
+    "TIMEFORMAT      1\n"
+    "LANGUAGE        EN_US\n"
+    "SUBDIR          NO\n"
+    "DOMAIN          /gpfs/fs1 /gpfs/fs2\n"
+    "LOGO            NO\n"
+    "HSMPROGRESSIVEDAEMONSTART YES\n"
+    "TXNBYTELIMIT    2G\n";
+
+const char kSysOpt[] =
+    "* qmx.sys\n"
+    "DEFAULTSERVER      SRV1\n"
+    "MIGRATESERVER      SRV1\n"
+    "CHECKTHRESHOLDS    5\n"
+    "MAXRECALLDAEMONS   20\n"
+    "\n"
+    "SERVERNAME SRV0\n"
+    "   COMMMETHOD         TCPIP\n"
+    "   TCPPORT            1500\n"
+    "   TCPSERVERADDRESS   srv0.example.net\n"
+    "SERVERNAME SRV1\n"
+    "   COMMMETHOD         TCPIP\n"
+    "   TCPPORT            1500\n"
+    "   TCPSERVERADDRESS   srv1.example.net\n"
+    "   TCPBUFFSIZE        256\n"
+    "   TCPWINDOWSIZE      1024\n"
+    "   TCPNODELAY         YES\n"
+    "   PASSWORDACCESS     GENERATE\n"
+    "   NODENAME           node1\n"
+    "   ERRORLOGRETENTION  30 D\n"
+    "   VIRTUALMOUNTPOINT  /gpfs/fs1/projects\n"
+    "   INCLUDE            /gpfs/fs1/*\n"
+    "   EXCLUDE.DIR        /gpfs/fs1/tmp\n"
+    "SERVERNAME SRV2\n"
+    "   TCPPORT            1600\n";
+
+void BM_ConstructAndReadOptionFiles(benchmark::State& state) {
+  char tmpl[] = "/tmp/qmxbenchXXXXXX";
+  std::string dir = mkdtemp(tmpl);
+  std::ofstream(dir + "/qmx.opt") << kUserOpt;
+  std::ofstream(dir + "/qmx.sys") << kSysOpt;
+  setenv("QMX_DIR", dir.c_str(), 1);
+  euGetEnvironment(1);
+  optError err;
+  for (auto _ : state) {
+    clientOptions o(ctCLSpaceMGT);
+    o.optEnvVarInit();
+    int rc = o.optProcessOptions(optStoreUser, "", 0, &err);
+    rc |= o.optProcessOptions(optStoreSystem, "", 0, &err);
+    rc |= o.optPostProcessOptions(&err);
+    if (rc != 0 || o.tcpPort != 1500 || o.virtualMountPoints == nullptr)
+      state.SkipWithError("option files were not read");
+    benchmark::DoNotOptimize(o.tcpBuffSize);
+  }
+  std::system(("rm -rf '" + dir + "'").c_str());
+}
+BENCHMARK(BM_ConstructAndReadOptionFiles)->Unit(benchmark::kMicrosecond);
+
+void BM_Lookup(benchmark::State& state) {
+  optSharedTable names;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(names.optSTStringToId("VIRTUALMOUNTPOINT"));
+    benchmark::DoNotOptimize(names.optSTStringToId("ZZZ"));
+  }
+}
+BENCHMARK(BM_Lookup);
+
+}  // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,229 @@
+#include "diag/logfile.h"
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <ctime>
+#include <regex>
+
+#include "diag/logfile_internal.h"
+#include "diag/nl_test_util.h"
+
+using nltest::ReadAll;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+namespace {
+
+class LogTest : public nltest::MessageTest {
+ protected:
+  void SetUp() override {
+    MessageTest::SetUp();
+    ASSERT_EQ(Start(), 0);
+    setDateFmt(3);
+  }
+  void TearDown() override {
+    setDateFmt(1);
+    MessageTest::TearDown();
+  }
+  std::string Path(const char* name) const { return dir.path() + "/" + name; }
+  std::string Dated(int daysAgo, const char* text) {
+    time_t t = time(nullptr) - static_cast<time_t>(daysAgo) * 86400;
+    struct tm lt;
+    localtime_r(&t, &lt);
+    char d[32];
+    strftime(d, sizeof d, "%Y-%m-%d %H:%M:%S ", &lt);
+    return std::string(d) + text + "\n";
+  }
+  nltest::TempDir dir;
+};
+
+TEST_F(LogTest, LineIsDateTimeTextWithOneNewline) {
+  OpenErrorLog(Path("qmxerror.log"));
+  int n = LogMsg("ANS1234E One.");
+  EXPECT_EQ(LogMsg("ANS1235E Two.\n"), n);
+  std::string log = ReadAll(Path("qmxerror.log"));
+  EXPECT_EQ(static_cast<size_t>(2 * n), log.size());
+  std::regex line(R"(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2} ANS1234E One\.\n)"
+                  R"(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2} ANS1235E Two\.\n)");
+  EXPECT_TRUE(std::regex_match(log, line)) << log;
+}
+
+TEST_F(LogTest, LoggingSwitchedOffWritesNothing) {
+  OpenErrorLog(Path("qmxerror.log"));
+  SetMsgLoggingMode(0);
+  EXPECT_EQ(LogMsg("ANS1234E Not written."), 0);
+  nlprintf(1107, "-x");
+  EXPECT_EQ(ReadAll(Path("qmxerror.log")), "");
+  SetMsgLoggingMode(1);
+  EXPECT_GT(LogMsg("ANS1234E Written."), 0);
+}
+
+TEST_F(LogTest, MissingPiecesGive109) {
+  OpenErrorLog(Path("qmxerror.log"));
+  EXPECT_EQ(LogMsg(nullptr), 109);
+  nlterm();
+  destroyNlsGlobalObject();
+  EXPECT_EQ(LogMsg("ANS1234E No message system."), 109);
+  EXPECT_EQ(ReadAll(Path("qmxerror.log")), "");
+}
+
+TEST_F(LogTest, FailedWriteGives621AndKeepsTheErrno) {
+  DLogFile::InitializeLogFile(DLogFile::errorLogFile, 0, "qmxerlog.pru", 0, 'D', 0, 0);
+  ASSERT_EQ(DLogFile::errorLogFile.utOpenOutputFile("/dev/full"), 0);
+  EXPECT_EQ(LogMsg("ANS1234E Disk full."), 621);
+  EXPECT_EQ(DLogFile::errorLogFile.lastErrno(), ENOSPC);
+  EXPECT_EQ(LogMsg("ANS1234E Still tried."), 621);
+}
+
+TEST_F(LogTest, DirectoriesOfTheLogAreCreated) {
+  std::string p = dir.path() + "/a/b/c/qmxerror.log";
+  OpenErrorLog(p);
+  EXPECT_GT(LogMsg("ANS1234E Deep."), 0);
+  EXPECT_THAT(ReadAll(p), HasSubstr("ANS1234E Deep."));
+  // A file where a directory must be: refused with ENOTDIR.
+  EXPECT_EQ(utBuildPath((dir.path() + "/a/b/c/qmxerror.log/x/y").c_str()), ENOTDIR);
+}
+
+TEST_F(LogTest, WrappingLogFillsExactlyToTheMaximumAndStartsAfterTheHeader) {
+  const unsigned long max = 700;
+  const std::string p = Path("wrap.log");
+  OpenErrorLog(p, max);
+  const size_t header = logprune::HeaderText(0, max).size();
+  EXPECT_EQ(DLogFile::errorLogFile.nextWriteOffset(), header);
+  std::string first = ReadAll(p);
+  EXPECT_THAT(first, StartsWith("LOGHEADERREC " + std::to_string(header)));
+  EXPECT_THAT(first, EndsWith("END OF DATA\n"));
+
+  // Equal lines until one no longer fits and goes to the top.
+  int i = 0, n = 0;
+  unsigned long prev = header;
+  for (;;) {
+    char text[64];
+    snprintf(text, sizeof text, "ANS1234E Line number %03d of the wrapping test.", i++);
+    n = LogMsg(text);
+    ASSERT_GT(n, 0);
+    ASSERT_LT(i, 100);
+    if (DLogFile::errorLogFile.nextWriteOffset() < prev) break;
+    prev = DLogFile::errorLogFile.nextWriteOffset();
+  }
+  EXPECT_GT(i, 3);
+  // The newest line stands right after the header, the file is full.
+  std::string log = ReadAll(p);
+  EXPECT_EQ(log.size(), max);
+  char newest[64];
+  snprintf(newest, sizeof newest, "ANS1234E Line number %03d", i - 1);
+  EXPECT_EQ(log.find(newest), header + 20);  // after "YYYY-MM-DD HH:MM:SS "
+  EXPECT_EQ(log.substr(header + n, 12), "END OF DATA\n");
+  EXPECT_EQ(DLogFile::errorLogFile.nextWriteOffset(), header + n);
+  size_t cont = log.find("The log continues at the beginning of the file\n");
+  ASSERT_NE(cont, std::string::npos);
+  std::string pad = log.substr(cont + 47);
+  EXPECT_THAT(pad, EndsWith("*\n"));
+  EXPECT_EQ(pad.find_first_not_of(' '), pad.size() - 2);
+  unsigned long next = 0, recorded = 0;
+  ASSERT_EQ(sscanf(log.c_str(), "LOGHEADERREC %lu %lu", &next, &recorded), 2);
+  EXPECT_EQ(next, DLogFile::errorLogFile.nextWriteOffset());
+  EXPECT_EQ(recorded, max);
+
+  // Reopened with the same maximum, writing goes on where it stopped.
+  DLogFile::errorLogFile.utCloseOutputFile();
+  OpenErrorLog(p, max);
+  EXPECT_EQ(DLogFile::errorLogFile.nextWriteOffset(), next);
+  ASSERT_GT(LogMsg("ANS1234E After reopening."), 0);
+  log = ReadAll(p);
+  EXPECT_EQ(log.size(), max);
+  EXPECT_EQ(log.find("ANS1234E After reopening."), next + 20);
+}
+
+TEST_F(LogTest, NewMaximumCarriesTheNewestEntriesOver) {
+  const std::string p = Path("conv.log");
+  OpenErrorLog(p, 4000);
+  for (int i = 0; i < 30; ++i) {
+    char text[64];
+    snprintf(text, sizeof text, "ANS1234E Entry %02d.", i);
+    ASSERT_GT(LogMsg(text), 0);
+  }
+  DLogFile::errorLogFile.utCloseOutputFile();
+  OpenErrorLog(p, 600);
+  std::string log = ReadAll(p);
+  unsigned long next = 0, recorded = 0;
+  ASSERT_EQ(sscanf(log.c_str(), "LOGHEADERREC %lu %lu", &next, &recorded), 2);
+  EXPECT_EQ(recorded, 600u);
+  EXPECT_LE(log.size(), 600u);
+  EXPECT_THAT(log, HasSubstr("ANS1234E Entry 29."));
+  EXPECT_THAT(log, Not(HasSubstr("ANS1234E Entry 00.")));
+  EXPECT_LT(log.find("Entry 28."), log.find("Entry 29."));
+  EXPECT_EQ(log.find("END OF DATA"), next);
+  EXPECT_FALSE(std::ifstream(p + ".tmp").good());
+}
+
+TEST_F(LogTest, PlainLogIsConvertedWhenWrappingIsSwitchedOn) {
+  const std::string p = Path("plain.log");
+  { std::ofstream(p) << Dated(1, "ANS1234E Old one.") << Dated(0, "ANS1234E New one."); }
+  OpenErrorLog(p, 2000);
+  ASSERT_GT(LogMsg("ANS1234E Newest."), 0);
+  std::string log = ReadAll(p);
+  EXPECT_THAT(log, StartsWith("LOGHEADERREC "));
+  size_t a = log.find("Old one."), b = log.find("New one."), c = log.find("Newest.");
+  ASSERT_NE(a, std::string::npos);
+  EXPECT_LT(a, b);
+  EXPECT_LT(b, c);
+}
+
+TEST_F(LogTest, PruningDropsOldEntriesAndKeepsYoungOnes) {
+  const std::string p = Path("prune.log");
+  {
+    std::ofstream(p) << Dated(40, "ANS1234E Old entry.") << "  with a second line\n"
+                     << Dated(10, "ANS1234E Young entry.") << Dated(0, "ANS1234E Today.");
+  }
+  DLogFile::InitializeLogFile(DLogFile::errorLogFile, 0, "qmxerlog.pru", 30, 'D', 0, 0);
+  ASSERT_EQ(DLogFile::errorLogFile.utOpenOutputFile(p.c_str()), 0);
+  ASSERT_GT(LogMsg("ANS1234E Appended."), 0);
+  std::string log = ReadAll(p);
+  EXPECT_THAT(log, Not(HasSubstr("Old entry.")));
+  EXPECT_THAT(log, Not(HasSubstr("second line")));
+  EXPECT_THAT(log, HasSubstr("Young entry."));
+  EXPECT_THAT(log, HasSubstr("Today."));
+  EXPECT_THAT(log, EndsWith("ANS1234E Appended.\n"));
+  std::string report = ReadAll(Path("qmxprune.log"));
+  EXPECT_THAT(report, HasSubstr("Log Pruner started.\nLog Retention Days = 30.\n"));
+  EXPECT_THAT(report,
+              HasSubstr("Log Pruner: 4 lines processed. 2 lines pruned.\nLog Pruner finished.\n"));
+  EXPECT_FALSE(std::ifstream(Path("qmxerlog.pru")).good());  // mode D drops them
+}
+
+TEST_F(LogTest, PruningInSaveModeKeepsPrunedEntries) {
+  const std::string p = Path("prune.log");
+  { std::ofstream(p) << Dated(9, "ANS1234E Old entry.") << Dated(1, "ANS1234E Young entry."); }
+  DLogFile::InitializeLogFile(DLogFile::errorLogFile, 0, "qmxerlog.pru", 5, 'S', 0, 0);
+  ASSERT_EQ(DLogFile::errorLogFile.utOpenOutputFile(p.c_str()), 0);
+  EXPECT_THAT(ReadAll(Path("qmxerlog.pru")), HasSubstr("Old entry."));
+  EXPECT_THAT(ReadAll(p), Not(HasSubstr("Old entry.")));
+  EXPECT_THAT(ReadAll(p), HasSubstr("Young entry."));
+}
+
+TEST_F(LogTest, PruningFailureLeavesTheLogWhole) {
+  const std::string p = Path("prune.log");
+  const std::string before = Dated(9, "ANS1234E Old entry.") + Dated(1, "ANS1234E Young.");
+  { std::ofstream(p) << before; }
+  DLogFile::InitializeLogFile(DLogFile::errorLogFile, 0, "/nonexistent/dir/x.pru", 5, 'S', 0, 0);
+  ASSERT_EQ(DLogFile::errorLogFile.utOpenOutputFile(p.c_str()), 0);
+  EXPECT_EQ(ReadAll(p), before);
+  EXPECT_THAT(ReadAll(Path("qmxprune.log")),
+              HasSubstr("Couldn't open save file </nonexistent/dir/x.pru> to save pruned log "
+                        "entries.\nerrno = 2, "));
+}
+
+TEST_F(LogTest, YoungLogIsNotRewritten) {
+  const std::string p = Path("prune.log");
+  { std::ofstream(p) << Dated(1, "ANS1234E Young."); }
+  DLogFile::InitializeLogFile(DLogFile::errorLogFile, 0, "qmxerlog.pru", 5, 'D', 0, 0);
+  ASSERT_EQ(DLogFile::errorLogFile.utOpenOutputFile(p.c_str()), 0);
+  EXPECT_FALSE(std::ifstream(Path("qmxprune.log")).good());
+}
+
+}  // namespace
