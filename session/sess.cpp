@@ -182,7 +182,7 @@ int Sess_o::Enter(sessOpType op, const char* opName, int msgNum, sessStateType* 
 }
 
 void Sess_o::Commit(const char* opName, sessStateType next) {
-  if (TR_SESSION) nlprintf(20051, opName, sessStateName(state_), sessStateName(next));
+  SESS_TRACE_MSG(TR_SESSION, 20051, opName, sessStateName(state_), sessStateName(next));
   state_ = next;
 }
 

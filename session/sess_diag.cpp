@@ -14,14 +14,3 @@ void sessDiag(const char* file, unsigned line, const char* fmt, ...) {
   trPrintf(file, line, "%s", text);
   errno = saved;
 }
-
-#ifndef QMX_SESSION_HAVE_NL
-int nlprintf(int num, ...) {
-  std::fprintf(stdout, "ANS%04d\n", num);
-  return 0;
-}
-int nlfprintf(FILE* stream, int num, ...) {
-  std::fprintf(stream, "ANS%04d\n", num);
-  return 0;
-}
-#endif

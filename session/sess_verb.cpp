@@ -43,7 +43,7 @@ int Sess_o::RecvOne(unsigned char** bufP, bool callerBuf) {
   int rc = RecvRaw(buf, VERB_SHORT_HDR_LEN);
   if (rc != 0) {
     SESS_TRACE(TR_SESSION | TR_SESSVERB, "sessRecvVerb(): reading the verb header failed\n");
-    if (TR_SESSION || TR_SESSVERB) nlprintf(20024, rc);
+    SESS_TRACE_MSG(TR_SESSION | TR_SESSVERB | TR_ERROR, 20024, rc);
     BreakAndClose();
     return rc;
   }
@@ -57,7 +57,7 @@ int Sess_o::RecvOne(unsigned char** bufP, bool callerBuf) {
   if (buf[2] == VERB_EXTENDED) {
     rc = RecvRaw(buf + VERB_SHORT_HDR_LEN, VERB_EXT_HDR_LEN - VERB_SHORT_HDR_LEN);
     if (rc != 0) {
-      if (TR_SESSION || TR_SESSVERB) nlprintf(20024, rc);
+      SESS_TRACE_MSG(TR_SESSION | TR_SESSVERB | TR_ERROR, 20024, rc);
       BreakAndClose();
       return rc;
     }
@@ -87,12 +87,12 @@ int Sess_o::RecvOne(unsigned char** bufP, bool callerBuf) {
     *bufP = buf;
   }
   if (len > hdrLen && (rc = RecvRaw(buf + hdrLen, len - hdrLen)) != 0) {
-    if (TR_SESSION || TR_SESSVERB) nlprintf(20025, rc);
+    SESS_TRACE_MSG(TR_SESSION | TR_SESSVERB | TR_ERROR, 20025, rc);
     BreakAndClose();
     return rc;
   }
   if (type != VB_CRC) sessSetUint64(sessVerbsRecv, sessGetUint64(sessVerbsRecv) + 1);
-  if (TR_VERBINFO || TR_SESSVERB) nlprintf(20765, len, type, trVerbType(type));
+  SESS_TRACE_MSG(TR_VERBINFO | TR_SESSVERB, 20765, len, type, trVerbType(type));
   return 0;
 }
 
@@ -171,7 +171,7 @@ int Sess_o::sessSendVerb(const unsigned char* verb) {
     return rc;
   }
   sessSetUint64(sessVerbsSent, sessGetUint64(sessVerbsSent) + 1);
-  if (TR_VERBINFO || TR_SESSVERB) nlprintf(20768, len, type, trVerbType(type));
+  SESS_TRACE_MSG(TR_VERBINFO | TR_SESSVERB, 20768, len, type, trVerbType(type));
   return 0;
 }
 
@@ -184,7 +184,7 @@ int Sess_o::sessRecvBuff(unsigned char* buf, uint32_t max, uint32_t* got) {
   if (!connected_) return COMM_RC_METHOD;
   int rc = commObj_.commFunc.commRecvBuff(&commObj_, buf, max, got);
   if (rc != 0) {
-    if (TR_SESSION || TR_SESSVERB) nlprintf(20025, rc);
+    SESS_TRACE_MSG(TR_SESSION | TR_SESSVERB | TR_ERROR, 20025, rc);
     BreakAndClose();
     return rc;
   }
