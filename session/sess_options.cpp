@@ -4,10 +4,7 @@
 
 #include "session/sess.h"
 
-#if __has_include("options/optobj.h")
 #include "options/optobj.h"
-#define QMX_SESSION_HAVE_OPTIONS 1
-#endif
 
 namespace {
 
@@ -34,7 +31,6 @@ bool InteractiveClientType(int type) {
 void sessSettingsFromOptions(const clientOptions* options, sessSettings_t* out) {
   *out = sessSettings_t{};
   out->canPrompt = InteractiveClientType(out->clientType);
-#ifdef QMX_SESSION_HAVE_OPTIONS
   if (options == nullptr) return;
   const clientOptions& o = *options;
   commInfo_t& c = out->comm;
@@ -59,7 +55,4 @@ void sessSettingsFromOptions(const clientOptions* options, sessSettings_t* out) 
   out->lanFree = o.enableLanFree != 0;
   out->saAddress = o.lanFreeTcpServerAddress;
   out->saPort = static_cast<uint16_t>(o.lanFreeTcpPort);
-#else
-  (void)options;
-#endif
 }

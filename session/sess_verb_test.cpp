@@ -6,6 +6,7 @@
 
 #include "session/crc32.h"
 #include "session/sess.h"
+#include "session/signon.h"
 #include "session/testing/test_server.h"
 #include "session/verb.h"
 
@@ -204,23 +205,33 @@ TEST_F(SessVerbTest, BadVerbsFromTheCallerAreRefused) {
   EXPECT_EQ(sOpened, sess_->sessGetState());
 }
 
-// The whole conversation: sign-on aside, a thousand verbs each way with
-// checksums on both sides, then a clean close.
-TEST_F(SessVerbTest, AThousandCheckedVerbs) {
-  Open();
-  const unsigned char crcCap[] = {0x00, 0x00, 0x01};
-  sess_->sessCopyFuncMap(crcCap, sizeof crcCap);
-  sess_->sessSetUint8(sessCrcMode, 2);
+// The whole conversation: sign-on, a thousand verbs each way with checksums
+// on both sides, sign-off and a clean close.
+TEST_F(SessVerbTest, SignOnAndAThousandCheckedVerbs) {
+  server_.AddNode("NODE1", "pw1");
   server_.SetSendChecksums(true);
+  sessSettings_t st = testSettings(server_.port());
+  st.checksumMode = 2;
+  sess_ = std::make_unique<Sess_o>(st, 1);
+  sess_->sessSetPassword("pw1");
+  ASSERT_EQ(0, Logon(sess_.get()));
+  ASSERT_EQ(sSignedOn, sess_->sessGetState());
+  EXPECT_TRUE(sess_->sessTestFuncMap(CAP_VERB_CRC));  // announced at sign-on
+  // The sign-on verb leaves before the server's capabilities are known; the
+  // authentication verb after it is protected already.
+  int before = server_.checksumsGood();
+  EXPECT_EQ(1, before);
   for (int i = 0; i < 1000; ++i) {
     uint32_t len = 12 + static_cast<uint32_t>((i * 97) % 20000);
     RoundTrip(MakeVerb(i % 2 ? VB_ObjectData : VB_Echo, len, static_cast<unsigned char>(i)));
   }
-  EXPECT_EQ(1000, server_.checksumsGood());
+  EXPECT_EQ(before + 1000, server_.checksumsGood());
   EXPECT_EQ(0, server_.checksumsBad());
-  EXPECT_EQ(1000u, sess_->sessGetUint64(sessVerbsRecv));
-  EXPECT_EQ(0, sess_->sessClose());
+  EXPECT_EQ(1000, server_.echoed());
+  EXPECT_EQ(0, Logoff(sess_.get()));
+  EXPECT_EQ(sInit, sess_->sessGetState());
   EXPECT_EQ(0, sess_->sessTerminate());
+  EXPECT_EQ(sUninit, sess_->sessGetState());
 }
 
 }  // namespace
