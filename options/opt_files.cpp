@@ -335,14 +335,14 @@ int clientOptions::optProcSysOptions(FILE* fp, const char* fileName, optError* e
       firstStanza = false;
       if (wanted.empty()) {
         wanted = stanza;
-        snprintf(serverName, sizeof(serverName), "%s", stanza);
+        snprintf(serverName, sizeof(serverName), "%.64s", stanza);
       }
-      if (migrateServer[0] == '\0') snprintf(migrateServer, sizeof(migrateServer), "%s", stanza);
+      if (migrateServer[0] == '\0') snprintf(migrateServer, sizeof(migrateServer), "%.64s", stanza);
     }
     if (strcasecmp(stanza, wanted.c_str()) == 0) {
       found = true;
-      snprintf(stanzaName, sizeof(stanzaName), "%s", stanza);
-      snprintf(serverName, sizeof(serverName), "%s", stanza);
+      snprintf(stanzaName, sizeof(stanzaName), "%.64s", stanza);
+      snprintf(serverName, sizeof(serverName), "%.64s", stanza);
     }
   }
   if (!found) return optSetError(err, OPT_RC_NOSTANZA, wanted.c_str(), "", lineNo, fileName);
