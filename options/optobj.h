@@ -217,6 +217,9 @@ class clientOptions : public optFields_t, public optionObject {
 
   // Prints every option with its value, one per line, to |out|.
   void optDisplay(FILE* out = stdout) const;
+  // The same listing appended to the trace output as it stands (no prefix);
+  // the caller decides by its trace classes whether to ask for it.
+  void optDisplayToTrace() const;
   // Prints "name  text" with the name padded to |width|.
   void optPrintToScreen(int id, const char* text, int width, FILE* out = stdout) const;
 
