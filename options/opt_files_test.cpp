@@ -267,7 +267,14 @@ TEST_F(OptFiles, UserFileErrors) {
   EXPECT_EQ(readUser("FILELIST x\n"), 400);  // keyword, not an option
   EXPECT_EQ(readUser("TRACEFILE \"/tmp/unclosed\n"), 402);
   EXPECT_EQ(err.rc, 402);
-  EXPECT_EQ(o.optProcessOptions(7, "", 0, &err), 109);
+  o.setProcMode(3);
+  EXPECT_EQ(o.optProcessOptions(7, "", 9, &err), 109);
+  EXPECT_EQ(readUser("DATEFORMAT 1\n"), 0);
+  EXPECT_EQ(o.procMode(), 3);  // the call's mode is given back
+  // A directory opens but cannot be read: as unusable as a missing file.
+  EXPECT_EQ(o.optProcessOptions(optStoreUser, tmp.path().c_str(), 0, &err), 406);
+  EXPECT_EQ(o.optProcessOptions(optStoreSystem, tmp.path().c_str(), 0, &err), 406);
+  EXPECT_EQ(err.fileName, tmp.path());
   EXPECT_EQ(o.optProcessOptions(optStoreUser, "", 0, nullptr), 109);
 }
 
