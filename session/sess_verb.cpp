@@ -65,7 +65,13 @@ int Sess_o::RecvOne(unsigned char** bufP, bool callerBuf) {
   }
   uint32_t type = verbType(buf), len = verbLength(buf);
   uint32_t limit = sessGetBool(sessLargeBuffers) ? VERB_MAX_LEN_LARGE : VERB_MAX_LEN;
-  if ((type != VB_BulkData && len > limit) || len < hdrLen) {
+  if (len < hdrLen) {  // shorter than its own header: no verb at all
+    SESS_DIAG("sessRecvVerb(): Invalid verb received.\n");
+    SESS_DIAG("sessRecvVerb(): length=%04x, verb=%02x,magic=%02x\n", len, buf[2], buf[3]);
+    BreakAndClose();
+    return SESS_RC_PROTOCOL;
+  }
+  if (type != VB_BulkData && len > limit) {
     SESS_DIAG("sessRecvVerb(): Verb exceeds allowed length.\n");
     SESS_DIAG("sessRecvVerb(): length=%04x, verb=%02x,magic=%02x\n", len, buf[2], buf[3]);
     BreakAndClose();
