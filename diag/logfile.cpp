@@ -235,6 +235,10 @@ int DLogFile::utWrapFile() {
   unsigned long next = 0, oldMax = 0;
   bool hasHeader = fgets(first, sizeof first, f) != nullptr &&
                    sscanf(first, "LOGHEADERREC %lu %lu", &next, &oldMax) == 2;
+  // A header that points past the end of the file cannot be trusted.
+  if (hasHeader && (fseek(f, 0, SEEK_END) != 0 || next > static_cast<unsigned long>(ftell(f)))) {
+    hasHeader = false;
+  }
   if (hasHeader && oldMax == maxSize) {
     stream = f;
     nextWrite = next < headerLength() ? headerLength() : next;

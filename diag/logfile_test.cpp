@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <ctime>
-#include <regex>
 
 #include "diag/logfile_internal.h"
 #include "diag/nl_test_util.h"
@@ -47,9 +46,16 @@ TEST_F(LogTest, LineIsDateTimeTextWithOneNewline) {
   EXPECT_EQ(LogMsg("ANS1235E Two.\n"), n);
   std::string log = ReadAll(Path("qmxerror.log"));
   EXPECT_EQ(static_cast<size_t>(2 * n), log.size());
-  std::regex line(R"(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2} ANS1234E One\.\n)"
-                  R"(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2} ANS1235E Two\.\n)");
-  EXPECT_TRUE(std::regex_match(log, line)) << log;
+  // Each line: "YYYY-MM-DD HH:MM:SS " (date format 3, time format 1), text.
+  ASSERT_EQ(log.size(), 2u * 34);
+  for (size_t at : {size_t{0}, size_t{34}}) {
+    int y, mo, d, h, mi, sec;
+    EXPECT_EQ(sscanf(log.c_str() + at, "%4d-%2d-%2d %2d:%2d:%2d ", &y, &mo, &d, &h, &mi, &sec), 6);
+    EXPECT_EQ(log[at + 4], '-');
+    EXPECT_EQ(log[at + 19], ' ');
+  }
+  EXPECT_EQ(log.substr(20, 14), "ANS1234E One.\n");
+  EXPECT_EQ(log.substr(54, 14), "ANS1235E Two.\n");
 }
 
 TEST_F(LogTest, LoggingSwitchedOffWritesNothing) {
@@ -224,6 +230,21 @@ TEST_F(LogTest, YoungLogIsNotRewritten) {
   DLogFile::InitializeLogFile(DLogFile::errorLogFile, 0, "qmxerlog.pru", 5, 'D', 0, 0);
   ASSERT_EQ(DLogFile::errorLogFile.utOpenOutputFile(p.c_str()), 0);
   EXPECT_FALSE(std::ifstream(Path("qmxprune.log")).good());
+}
+
+TEST_F(LogTest, WrappingLogWithAHeaderPastItsEndIsRebuilt) {
+  std::string p = Path("bad.log");
+  {
+    std::ofstream(p) << "LOGHEADERREC 999999      1000       damaged\n\n"
+                     << "11/20/2026 10:00:00 ANS1234E Kept.\n";
+  }
+  OpenErrorLog(p, 1000);
+  ASSERT_GT(LogMsg("ANS1234E Added."), 0);
+  std::string log = ReadAll(p);
+  EXPECT_LT(log.find("Kept."), log.find("Added."));
+  EXPECT_LE(log.size(), 1000u);
+  EXPECT_EQ(log.find("LOGHEADERREC", 1), std::string::npos);  // the old header is not an entry
+  EXPECT_EQ(log.find("damaged"), std::string::npos);
 }
 
 }  // namespace

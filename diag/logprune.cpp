@@ -81,7 +81,10 @@ std::vector<std::string> ReadEntries(FILE* f, bool hasHeader, unsigned long next
   const std::string cont = std::string(continued) + "\n";
   std::string line;
   auto keep = [&](std::vector<std::string>* to) {
-    if (line == eod || line == cont || line == "\n" || IsPadding(line)) return;
+    if (line == eod || line == cont || line == "\n" || IsPadding(line) ||
+        line.compare(0, 13, "LOGHEADERREC ") == 0) {
+      return;
+    }
     if (line.back() != '\n') line.push_back('\n');
     to->push_back(line);
   };

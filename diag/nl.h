@@ -124,8 +124,8 @@ int nlprintf(unsigned num, ...);
 int nlfprintf(FILE* stream, unsigned num, ...);
 int nlvfprintf(FILE* stream, unsigned num, va_list args);
 // Composes into *|out|, a new string the caller frees with free(); *|out|
-// is null when the message is absent.  The return code is raised, the text
-// is logged as for nlprintf, but nothing is shown.
+// is null when the message is absent.  The return code is raised; the text
+// is neither shown nor logged (the caller decides what to do with it).
 int nlsprintf(char** out, unsigned num, ...);
 int nlvsprintf(char** out, unsigned num, va_list args);
 // The same, returning the string (null when absent).

@@ -2,6 +2,9 @@
 // tree.
 #include <gmock/gmock.h>
 
+#include <sstream>
+#include <thread>
+
 #include "diag/nl_test_util.h"
 #include "diag/nlsobject.h"
 #include "diag/trace.h"
@@ -307,6 +310,112 @@ TEST(CodePages, UcsRoundTrip) {
   EXPECT_EQ(nlsLocalToUcs("G\xC3\xBCnter", back, 3), -1);  // does not fit
   EXPECT_EQ(nlsLocalToUcs("\xC3(", back, 16), -1);         // not UTF-8
   EXPECT_EQ(nlsUcsToLocal(ucs, local, 4), -1);
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(MessageTest, TrailerAfterTheLastMarkIsKeptApart) {
+  ASSERT_EQ(StartTestCatalogue(), 0);
+  EXPECT_EQ(Compose(9), "ANS0009I Text with a trailer.\n");
+  psMutexGuard g(&nls_mutex);
+  NLSMsg* m = GetMsg(9, false);
+  ASSERT_NE(m, nullptr);
+  EXPECT_STREQ(m->trailer, "TRL");
+}
+
+TEST_F(MessageTest, ScheduleModeCopiesEveryMessageToTheScheduleLog) {
+  TempDir dir;
+  ASSERT_EQ(Start(), 0);
+  std::string sched = dir.path() + "/sched.log";
+  DLogFile::InitializeLogFile(DLogFile::schedLogFile, 0, "", 0, 'D', 0, 0);
+  ASSERT_EQ(DLogFile::schedLogFile.utOpenOutputFile(sched.c_str()), 0);
+  nlprintf(9033, "/a");  // not copied: schedule mode is off
+  nlSetScheduleMode(1);
+  nlprintf(9033, "/b");
+  nlSetScheduleMode(0);
+  DLogFile::schedLogFile.utCloseOutputFile();
+  std::string log = ReadAll(sched);
+  EXPECT_THAT(log, ::testing::Not(HasSubstr("'/a'")));
+  EXPECT_THAT(log, HasSubstr("ANS9033I The recall mode of '/b' was set."));
+}
+
+TEST_F(MessageTest, ThreadsNeverInterleaveLogLines) {
+  TempDir dir;
+  ASSERT_EQ(Start("AMENG", 3), 0);  // a small cache: lookups evict each other
+  OpenErrorLog(dir.path() + "/qmxerror.log");
+  const unsigned nums[] = {9178, 9126, 9527, 9545};
+  std::vector<std::thread> threads;
+  for (unsigned t = 0; t < 4; ++t) {
+    threads.emplace_back([t, &nums] {
+      for (int i = 0; i < 150; ++i) {
+        char* s = nullptr;
+        nlsprintf(&s, nums[(t + i) % 4], "prog", "/some/path", "why");
+        if (s != nullptr) LogMsg(s);
+        free(s);
+      }
+    });
+  }
+  for (std::thread& th : threads) th.join();
+  std::istringstream log(ReadAll(dir.path() + "/qmxerror.log"));
+  std::string line;
+  int lines = 0;
+  while (std::getline(log, line)) {
+    ++lines;
+    EXPECT_THAT(line, ::testing::MatchesRegex("[0-9/]+ [0-9:]+ ANS95?[0-9]+E .*"));
+  }
+  EXPECT_EQ(lines, 600);
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(MessageTest, EnvironmentLocaleChoosesTheNationalCatalogue) {
+  // A utility client only reads the environment; the code set suffix is cut.
+  setenv("LC_ALL", "de_DE.UTF-8", 1);
+  nlInitInfo_t info = {};
+  ASSERT_EQ(nlinit("AMENG", 10, nltest::ClientBinDir().c_str(), 9, 3, 1, 1, &info, nullptr), 0);
+  EXPECT_STREQ(info.locale, "DE_DE.UTF-8");
+  EXPECT_EQ(info.dateFormat, 3);
+  EXPECT_STREQ(Language, "DE_DE");
+  EXPECT_THAT(Compose(1107, "-x"), StartsWith("ANS1107E Die Option oder das Argument '-x'"));
+  EXPECT_TRUE(Shown().empty());
+  setDateFmt(1);
+}
+
+TEST_F(MessageTest, BannerAndCopyrightLines) {
+  ASSERT_EQ(Start(), 0);
+  EXPECT_EQ(Compose(9006, 3, 1, 0, 2, " ", "11/21/2026"),
+            "NQB Space Management Client, version 3.1.0.2 11/21/2026\n");
+  EXPECT_EQ(Compose(15756), "This program may be used only as its license allows.");
+  EXPECT_EQ(pGlobalRC->get(), 0);  // display texts never raise the return code
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(MessageTest, TraceTimeStampsUseTheClientDateFormat) {
+  TempDir dir;
+  std::string trace = dir.path() + "/trace.out";
+  ASSERT_EQ(nlinit("AMENG", 10, nltest::ClientBinDir().c_str(), 5, 3, 3, 1, nullptr, nullptr), 0);
+  new_TraceObject(ctCLSpaceMGT, 0, nullptr);
+  ASSERT_EQ(trEnable("GENERAL", 1), 0);  // the first enable adds TIMESTAMP
+  ASSERT_EQ(trBegin(trace.c_str(), 0), 0);
+  trPrintf("here.cpp", 7, "stamped\n");
+  trClose(1);
+  delete_TraceObject();
+  setDateFmt(1);
+  setTimeFmt(1);
+  std::string t = ReadAll(trace);
+  size_t at = t.find("stamped");
+  ASSERT_NE(at, std::string::npos);
+  size_t bol = t.rfind('\n', at) + 1;
+  int y, mo, d, h, mi, sec;
+  EXPECT_EQ(sscanf(t.c_str() + bol, "%4d-%2d-%2d %2d.%2d.%2d.", &y, &mo, &d, &h, &mi, &sec), 6)
+      << t.substr(bol, at - bol);
 }
 
 }  // namespace

@@ -206,6 +206,7 @@ NLSMsg* ReadMsg(nl_catd cat, unsigned num, bool quietAbsent) {
 }
 
 int ReadIndex(const char* repository, unsigned num, unsigned* entry) {
+  psMutexGuard g(&nls_mutex);  // the work buffer is shared
   char* wb = nlsObj != nullptr ? nlsObj->workBuf : nullptr;
   char local[nlWorkBufSize];
   if (wb == nullptr) wb = local;
@@ -334,6 +335,7 @@ int initMsgSys(const char* language, const char* catName, int clientType, unsign
              qmxLocale, CodePage, name);
   }
   nlsObj->openedLocale = qmxLocale;
+  trSetMessageHook(nlTraceMessage);
   if (info != nullptr) snprintf(info->locale, sizeof info->locale, "%s", qmxLocale);
   return 0;
 }
@@ -346,6 +348,7 @@ int termMsgSys() {
   if (nlsObj->natCat != nlsObj->engCat && nlCatOpen(nlsObj->natCat)) catclose(nlsObj->natCat);
   if (nlCatOpen(nlsObj->engCat)) catclose(nlsObj->engCat);
   nlsObj->engCat = nlsObj->natCat = reinterpret_cast<nl_catd>(-1);
+  trSetMessageHook(nullptr);  // the trace facility falls back to plain text
   if (nlsObj->toLocal != reinterpret_cast<iconv_t>(-1)) {
     iconv_close(nlsObj->toLocal);
     nlsObj->toLocal = reinterpret_cast<iconv_t>(-1);

@@ -19,11 +19,15 @@ void DefaultOutput(const char* text) {
   fputs(text, stdout);
 }
 
+}  // namespace
+
 // The trace facility's own catalogue messages (bad or linked trace file
 // names).  Errors and warnings reach the error log by their severity.
-void TraceMessage(unsigned msgNum, const char* insert, int /*toErrorLog*/) {
+void nlTraceMessage(unsigned msgNum, const char* insert, int /*toErrorLog*/) {
   nlfprintf(stderr, msgNum, insert != nullptr ? insert : "");
 }
+
+namespace {
 
 void UnlinkRecord(nlCache_t* cache, NLSMsg* m) {
   if (m->next == m) {
@@ -93,7 +97,6 @@ int newNlsGlobalObject(const nlOutputFn_t* fns, int envFlag) {
   for (int i = 0; i < nlNumOutputFns; ++i) {
     nlsObj->out[i] = (fns != nullptr && fns[i] != nullptr) ? fns[i] : DefaultOutput;
   }
-  trSetMessageHook(TraceMessage);
   return 0;
 }
 
@@ -112,7 +115,6 @@ void destroyNlsGlobalObject() {
   psMutexGuard g(&nls_mutex);
   if (nlsObj == nullptr) return;
   termMsgSys();
-  trSetMessageHook(nullptr);
   trSetDateTimeHook(nullptr);
   delete nlsObj;
   nlsObj = nullptr;

@@ -100,6 +100,10 @@ std::string nlNormaliseLanguage(const char* lang);
 // the entry, or 9999 (ANS0105E read error, ANS0106E entry 0).
 int ReadIndex(const char* repository, unsigned num, unsigned* entry);
 
+// Issues the trace facility's catalogue messages (installed as its message
+// hook while the catalogues are open).
+void nlTraceMessage(unsigned msgNum, const char* insert, int toErrorLog);
+
 // Date, time and number format bookkeeping (nlformat.cpp).
 void nlApplyFormats(int dateFormat, int timeFormat, int numberFormat);
 

@@ -57,18 +57,38 @@ void storeNumber(void* f, int storage, uint64_t v) {
   }
 }
 
-// Parses a number of the row's signedness and checks it against [low, high].
+// Whether |v| fits the storage at all, whatever the row's range says.
+bool fitsSigned(int storage, int64_t v) {
+  return storage == ST_I16 ? v >= INT16_MIN && v <= INT16_MAX : v >= INT32_MIN && v <= INT32_MAX;
+}
+bool fitsUnsigned(int storage, uint64_t v) {
+  switch (storage) {
+    case ST_BYTE:
+      return v <= UINT8_MAX;
+    case ST_U16:
+      return v <= UINT16_MAX;
+    case ST_U64:
+      return true;
+    default:
+      return v <= UINT32_MAX;
+  }
+}
+
+// Parses a number of the row's signedness and checks it against [low, high]
+// and against what the storage can hold.
 int parseRanged(const optionEntry* row, const char* text, uint64_t* out) {
   if (row->storage > ST_U64) return OPT_RC_BADOPT;
   if (isSignedStorage(row->storage)) {
     int64_t v = 0;
     if (optParseSigned(text, &v) != 0) return OPT_RC_BADOPT;
     if (v < row->low || v > static_cast<int64_t>(row->high)) return OPT_RC_BADOPT;
+    if (!fitsSigned(row->storage, v)) return OPT_RC_BADOPT;
     *out = static_cast<uint64_t>(v);
   } else {
     uint64_t v = 0;
     if (optParseUnsigned(text, &v) != 0) return OPT_RC_BADOPT;
     if (v < static_cast<uint64_t>(row->low) || v > row->high) return OPT_RC_BADOPT;
+    if (!fitsUnsigned(row->storage, v)) return OPT_RC_BADOPT;
     *out = v;
   }
   return OPT_RC_OK;

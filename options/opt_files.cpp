@@ -196,9 +196,8 @@ int clientOptions::optProcessOptions(int store, const char* fileName, int mode, 
       if (store != optStoreUpdate && !prescan) {
         // A fresh read starts from the defaults (late rows keep theirs).
         setDefaults(0);
-        optFreeOptions();
-        if (optGetSourceEntry(OPT_ERRORLOGNAME) == 0)
-          optBuildFullName(logDir, "qmxerror.log", '/', errorLogName, sizeof(errorLogName));
+        // The error log's default comes from the environment's directories.
+        optBuildFullName(logDir, "qmxerror.log", '/', errorLogName, sizeof(errorLogName));
         optBuildLogNames(this);
         ieList().setSpecialChars('*', '?');
         if (clientType_ != ctCLAPI) optComputerName(nodeName, sizeof(nodeName));
@@ -319,6 +318,7 @@ int clientOptions::optProcSysOptions(FILE* fp, const char* fileName, optError* e
   rewind(fp);
   lineNo = 0;
   bool found = false;
+  bool firstStanza = true;
   while (!found && utGetNextLine(fp, line, sizeof(line), &lineNo)) {
     optLine l;
     splitLine(line, &l);
@@ -329,10 +329,14 @@ int clientOptions::optProcSysOptions(FILE* fp, const char* fileName, optError* e
     optUpper(stanza);
     if (stanza[0] == '\0' || strlen(stanza) >= optServerNameSize)
       return optSetError(err, OPT_RC_BADOPT, stanza, l.original.c_str(), lineNo, fileName);
-    if (wanted.empty()) {
-      // No server named anywhere: the first stanza serves, for migration too.
-      wanted = stanza;
-      snprintf(serverName, sizeof(serverName), "%s", stanza);
+    if (firstStanza) {
+      // With no server named anywhere the first stanza serves; with no
+      // migration server given, it is also the one files migrate to.
+      firstStanza = false;
+      if (wanted.empty()) {
+        wanted = stanza;
+        snprintf(serverName, sizeof(serverName), "%s", stanza);
+      }
       if (migrateServer[0] == '\0') snprintf(migrateServer, sizeof(migrateServer), "%s", stanza);
     }
     if (strcasecmp(stanza, wanted.c_str()) == 0) {

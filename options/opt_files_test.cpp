@@ -170,6 +170,14 @@ TEST_F(OptFiles, FirstStanzaWhenNoServerIsNamed) {
   EXPECT_EQ(o.tcpPort, 1601);
 }
 
+TEST_F(OptFiles, NamedServerWithoutMigrationServer) {
+  ASSERT_EQ(o.optValidateOptionCL("second", "SERVERNAME", 0, 1, 0), 0);
+  ASSERT_EQ(readSys("SERVERNAME first\n TCPPORT 1601\nSERVERNAME second\n TCPPORT 1602\n"), 0);
+  EXPECT_STREQ(o.serverName, "SECOND");
+  EXPECT_EQ(o.tcpPort, 1602);
+  EXPECT_STREQ(o.migrateServer, "FIRST");  // neither migration nor default server given
+}
+
 TEST_F(OptFiles, OneLetterDoesNotOpenAStanza) {
   EXPECT_EQ(readSys("S alpha\nTCPPORT 1600\n"), 400);
   EXPECT_STREQ(err.token, "S");

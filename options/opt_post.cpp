@@ -155,8 +155,8 @@ void clientOptions::optDisplay(FILE* out) const {
     optPrintToScreen(r.id, text.c_str(), width, out);
   }
   for (const inclExclRule_t& rule : ieList().rules()) {
-    fprintf(out, "%-*s %s %s%s%s\n", width, rule.type == 1 ? "INCLUDE" : "EXCLUDE",
-            rule.objKind == OBJ_DIR ? "(dir)" : "", rule.pattern.c_str(),
+    fprintf(out, "%-*s %s%s%s%s\n", width, rule.type == 1 ? "INCLUDE" : "EXCLUDE",
+            rule.objKind == OBJ_DIR ? "(dir) " : "", rule.pattern.c_str(),
             rule.mgmtClass.empty() ? "" : " ", rule.mgmtClass.c_str());
   }
 }

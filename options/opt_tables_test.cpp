@@ -79,6 +79,10 @@ TEST(OptTables, RowsAreComplete) {
       EXPECT_LE(static_cast<uint64_t>(r.low), r.high);
       EXPECT_GE(r.defaultValue, static_cast<uint64_t>(r.low));
       EXPECT_LE(r.defaultValue, r.high);
+      // Every value of the range fits the storage.
+      const uint64_t maxOf[] = {0xFF, 0x7FFF, 0xFFFF, 0x7FFFFFFF, 0xFFFFFFFF, UINT64_MAX};
+      ASSERT_LE(r.storage, ST_U64);
+      EXPECT_LE(r.high, maxOf[r.storage]);
     }
     if (r.parseKind == PK_INCLEXCL) {
       EXPECT_EQ(r.field, -1);

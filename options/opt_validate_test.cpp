@@ -2,8 +2,13 @@
 // set-by bytes, after-success actions and the own callbacks.
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <string>
 
+#include "options/opt_callbacks.h"
 #include "options/optobj.h"
 
 namespace {
@@ -364,6 +369,103 @@ TEST(OptShadow, PerThreadCopyIsIndependent) {
   clientOptions::ouDeleteShadowOpts(self);  // the process's object stays
   EXPECT_EQ(self, &main);
   optionsP = nullptr;
+}
+
+}  // namespace
+
+namespace {
+
+// A small table of our own for the storages and parse kinds that no row of
+// the real table uses yet: a date, a time and a value-less flag.
+TEST(OptGeneral, DatesTimesAndFlags) {
+  const int32_t text = static_cast<int32_t>(offsetof(optFields_t, archMc));
+  const int32_t text2 = static_cast<int32_t>(offsetof(optFields_t, backMc));
+  const int32_t num = static_cast<int32_t>(offsetof(optFields_t, tcpPort));
+  const optionEntry table[] = {
+      {1, text, ST_DATE, 7, optFeatAll, 0xFFFF, optSrcAny, PK_TEXT, 0, 0, VF_DATE,
+       optGeneralCallback, false, nullptr, 0, ""},
+      {2, text2, ST_DATE, 7, optFeatAll, 0xFFFF, optSrcAny, PK_TEXT, 0, 0, VF_TIME,
+       optGeneralCallback, false, nullptr, 0, ""},
+      {3, num, ST_I32, 4, optFeatAll, 0xFFFF, optSrcAny, PK_FLAG, 9, 0, VF_NORMAL,
+       optGeneralCallback, false, nullptr, 0, ""},
+      {4, num, ST_I32, 4, optFeatAll, 0xFFFF, optSrcAny, PK_NUMBER, 0, 5, VF_NOVALUE,
+       optGeneralCallback, false, nullptr, 0, ""},
+      {OPT_END_ID, -1, ST_NONE, 0, 0, 0, 0, 0, 0, 0, VF_NONE, nullptr, false, nullptr, 0, ""}};
+  const optSharedOptionTableEntry_t names[] = {{"DAY", 3, 1, 0},
+                                               {"HOUR", 4, 2, 0},
+                                               {"FLAG", 4, 3, 0},
+                                               {"BARE", 4, 4, 0},
+                                               {"ZZZLASTENTRY", 3, 999, 0}};
+  clientOptions o(ctCLSpaceMGT, table, 5, names);
+  ASSERT_TRUE(o.constructed());
+  const unsigned char* d = reinterpret_cast<const unsigned char*>(o.archMc);
+  EXPECT_EQ(o.optValidateOptionCL("02/29/2024", "DAY", 0, 1, 0), 0);
+  EXPECT_EQ(d[0] | (d[1] << 8), 2024);
+  EXPECT_EQ(d[2], 2);
+  EXPECT_EQ(d[3], 29);
+  EXPECT_EQ(o.optValidateOptionCL("2023-12-31", "DAY", 0, 1, 0), 0);
+  EXPECT_EQ(d[0] | (d[1] << 8), 2023);
+  EXPECT_EQ(o.optValidateOptionCL("02/29/2023", "DAY", 0, 1, 0), 400);  // not a leap year
+  EXPECT_EQ(o.optValidateOptionCL("13/01/2023", "DAY", 0, 1, 0), 400);
+  EXPECT_EQ(o.optValidateOptionCL("2023-01-01x", "DAY", 0, 1, 0), 400);
+  EXPECT_EQ(d[0] | (d[1] << 8), 2023);
+
+  const unsigned char* t = reinterpret_cast<const unsigned char*>(o.backMc);
+  EXPECT_EQ(o.optValidateOptionCL("23:59:58", "HOUR", 0, 1, 0), 0);
+  EXPECT_EQ(t[4], 23);
+  EXPECT_EQ(t[5], 59);
+  EXPECT_EQ(t[6], 58);
+  EXPECT_EQ(o.optValidateOptionCL("24:00", "HOUR", 0, 1, 0), 400);
+
+  EXPECT_EQ(o.optValidateOptionCL("", "FLAG", 0, 1, 0), 0);  // no value needed
+  EXPECT_EQ(o.tcpPort, 9);
+  EXPECT_EQ(o.optValidateOptionCL("no", "FLAG", 0, 1, 0), 0);
+  EXPECT_EQ(o.tcpPort, 0);
+  EXPECT_EQ(o.optValidateOptionCL("3", "BARE", 0, 1, 0), 400);  // takes no value
+}
+
+TEST(OptGeneral, NumbersMustFitTheirStorage) {
+  // Ranges wider than the storage: the storage still bounds the value.
+  const int32_t f16 = static_cast<int32_t>(offsetof(optFields_t, errorLogRetention));
+  const int32_t f32 = static_cast<int32_t>(offsetof(optFields_t, tcpPort));
+  const optionEntry table[] = {
+      {1, f16, ST_U16, 2, optFeatAll, 0xFFFF, optSrcAny, PK_NUMBER, 0, 100000, VF_NORMAL,
+       optGeneralCallback, false, nullptr, 0, ""},
+      {2, f32, ST_I32, 4, optFeatAll, 0xFFFF, optSrcAny, PK_NUMBER, -5000000000, 5000000000u,
+       VF_NORMAL, optGeneralCallback, false, nullptr, 0, ""},
+      {OPT_END_ID, -1, ST_NONE, 0, 0, 0, 0, 0, 0, 0, VF_NONE, nullptr, false, nullptr, 0, ""}};
+  const optSharedOptionTableEntry_t names[] = {
+      {"SMALL", 5, 1, 0}, {"WIDE", 4, 2, 0}, {"ZZZLASTENTRY", 3, 999, 0}};
+  clientOptions o(ctCLSpaceMGT, table, 3, names);
+  EXPECT_EQ(o.optValidateOptionCL("65535", "SMALL", 0, 1, 0), 0);
+  EXPECT_EQ(o.errorLogRetention, 65535);
+  EXPECT_EQ(o.optValidateOptionCL("65536", "SMALL", 0, 1, 0), 400);
+  EXPECT_EQ(o.optValidateOptionCL("-2147483648", "WIDE", 0, 1, 0), 0);
+  EXPECT_EQ(o.tcpPort, INT32_MIN);
+  EXPECT_EQ(o.optValidateOptionCL("2147483648", "WIDE", 0, 1, 0), 400);
+  EXPECT_EQ(o.optValidateOptionCL("-0x80000001", "WIDE", 0, 1, 0), 400);
+}
+
+TEST(OptDisplay, OneOptionPerLine) {
+  clientOptions o(ctCLSpaceMGT);
+  o.optSetValidMode(optSrcSystem);
+  ASSERT_EQ(o.optValidateOption("/gpfs/a", "VIRTUALMOUNTPOINT", 1, 1, 0), 0);
+  ASSERT_EQ(o.optValidateOption("/gpfs/b", "VIRTUALMOUNTPOINT", 1, 1, 0), 0);
+  ASSERT_EQ(o.optValidateOption("/tmp/x", "EXCLUDE.DIR", 1, 1, 0), 0);
+  char* buf = nullptr;
+  size_t size = 0;
+  FILE* out = open_memstream(&buf, &size);
+  o.optDisplay(out);
+  fclose(out);
+  std::string text(buf, size);
+  free(buf);
+  EXPECT_NE(text.find("\nTCPPORT                      1500\n"), std::string::npos);
+  EXPECT_NE(text.find("\nTCPNODELAY                   YES\n"), std::string::npos);
+  EXPECT_NE(text.find("\nVIRTUALMOUNTPOINT            /gpfs/a /gpfs/b\n"), std::string::npos);
+  EXPECT_NE(text.find("EXCLUDE                      (dir) /tmp/x\n"), std::string::npos);
+  // QUIET and VERBOSE share a field: it is shown once.
+  EXPECT_NE(text.find("\nQUIET "), std::string::npos);
+  EXPECT_EQ(text.find("\nVERBOSE "), std::string::npos);
 }
 
 }  // namespace
