@@ -16,7 +16,7 @@ class SessTraceTest : public TraceFixture {
   void SetUp() override {
     TraceFixture::SetUp();
     allClassesOff();
-    ASSERT_EQ(0, trEnable("SESSION VERBINFO ENTER EXIT", 1));
+    ASSERT_EQ(0, trEnable("SESSION VERBINFO VERBDETAIL COMM ENTER EXIT", 1));
     ASSERT_EQ(0, trBegin(path("trace.out").c_str(), 0));
   }
   void TearDown() override {
@@ -68,6 +68,7 @@ TEST_F(SessTraceTest, LifecycleAndFramingLines) {
            "sessRecvVerb(): Invalid verb received.\n",
            "sessRecvVerb(): length=0028, verb=20,magic=a4\n",
            "Session: sessClose changed the state from sOpened to sInit.",
+           "TcpOpen: connected to 127.0.0.1 port ",
        })
     EXPECT_NE(std::string::npos, t.find(line)) << "missing: " << line << "\n" << t;
 }

@@ -99,6 +99,7 @@ int Sess_o::RecvOne(unsigned char** bufP, bool callerBuf) {
   }
   if (type != VB_CRC) sessSetUint64(sessVerbsRecv, sessGetUint64(sessVerbsRecv) + 1);
   SESS_TRACE_MSG(TR_VERBINFO | TR_SESSVERB, 20765, len, type, trVerbType(type));
+  if (TR_VERBDETAIL) trPrintFormattedDump(buf, len < 256 ? len : 256, 16);
   return 0;
 }
 
@@ -178,6 +179,7 @@ int Sess_o::sessSendVerb(const unsigned char* verb) {
   }
   sessSetUint64(sessVerbsSent, sessGetUint64(sessVerbsSent) + 1);
   SESS_TRACE_MSG(TR_VERBINFO | TR_SESSVERB, 20768, len, type, trVerbType(type));
+  if (TR_VERBDETAIL) trPrintFormattedDump(verb, len < 256 ? len : 256, 16);
   return 0;
 }
 
