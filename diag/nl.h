@@ -94,8 +94,10 @@ struct nlInitInfo_t {
   int numberFormat;
 };
 
-// Starts the message system.  |language| non-empty asks for a national
-// catalogue (qmxLocale, else the environment's locale); |cacheSize| bounds
+// Starts the message system.  |language| is the LANGUAGE setting: a name
+// such as "de" or "DE_DE" selects that catalogue (as nlSetLocale does, unless
+// qmxLocale is already set); the default "AMENG" (or "EN_US", "C") takes the
+// environment's locale.  |cacheSize| bounds
 // each message cache; |msgDir| holds the <LANGUAGE> directories;
 // |clientType| becomes the output mode (4: nothing to stdout or stderr);
 // |catName| is honoured only for client types 9, 10 and 11 (null: the

@@ -101,6 +101,15 @@ TEST_F(MessageTest, GermanCatalogueForLanguageDeWithEnglishFallbackPerMessage) {
   EXPECT_TRUE(Shown().empty());  // no ANS0102W: the catalogue exists
 }
 
+TEST_F(MessageTest, LanguageGivenToNlinitIsTheLanguageSetting) {
+  ASSERT_EQ(Start("de"), 0);
+  EXPECT_THAT(Compose(1107, "-x"), StartsWith("ANS1107E Die Option"));
+  // The second start with the same setting keeps the catalogue.
+  ASSERT_EQ(Start("de", 50), 0);
+  EXPECT_THAT(Compose(9033, "/f"), StartsWith("ANS9033I Der Abrufmodus von '/f'"));
+  EXPECT_TRUE(Shown().empty());
+}
+
 TEST_F(MessageTest, UnknownLanguageFallsBackToEnglishWithATraceLine) {
   TempDir dir;
   std::string trace = dir.path() + "/trace.out";
