@@ -101,11 +101,13 @@ TEST_F(MessageTest, GermanCatalogueForLanguageDeWithEnglishFallbackPerMessage) {
   EXPECT_TRUE(Shown().empty());  // no ANS0102W: the catalogue exists
 }
 
-TEST_F(MessageTest, LanguageGivenToNlinitIsTheLanguageSetting) {
-  ASSERT_EQ(Start("de"), 0);
+TEST_F(MessageTest, MessageFileNameAsLanguageLeavesTheChoiceToTheLocale) {
+  // Start-up passes the catalogue path where a language may stand.
+  std::string path = nltest::ClientBinDir() + "/qmxclientv3.cat";
+  nlSetLocale("de");
+  ASSERT_EQ(Start(path.c_str()), 0);
   EXPECT_THAT(Compose(1107, "-x"), StartsWith("ANS1107E Die Option"));
-  // The second start with the same setting keeps the catalogue.
-  ASSERT_EQ(Start("de", 50), 0);
+  ASSERT_EQ(Start(path.c_str(), 50), 0);  // the second start keeps the catalogue
   EXPECT_THAT(Compose(9033, "/f"), StartsWith("ANS9033I Der Abrufmodus von '/f'"));
   EXPECT_TRUE(Shown().empty());
 }

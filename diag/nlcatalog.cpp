@@ -367,12 +367,6 @@ int nlinit(const char* language, unsigned cacheSize, const char* msgDir, int cli
   if (language == nullptr || *language == '\0') return 610;
   psMutexGuard g(&nls_mutex);
   if (nlsObj == nullptr) return 610;
-  // A language named here is the LANGUAGE setting, unless it is the
-  // default, which leaves the choice to the environment.
-  if (qmxLocale[0] == '\0' && strcasecmp(language, "AMENG") != 0 &&
-      strcasecmp(language, "EN_US") != 0 && !IsPlainLocale(language)) {
-    nlSetLocale(language);
-  }
   nlsObj->oemLogMsgs = TEST_OEMLOGMSGS.set;
   nlsObj->ansiNlsRepos = TEST_ANSINLSREPOS.set;
   nlsObj->oemDisplay = TEST_OEMDISPLAY.set;

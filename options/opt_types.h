@@ -181,10 +181,6 @@ struct optError {
   int rc;
 };
 void optClearError(optError* err);
-// A cleared error record on the heap (null when out of memory), and its
-// release (the pointer is cleared; null is allowed).
-optError* new_optError();
-void delete_optError(optError*& err);
 // Fills |err| (null is allowed) and returns |rc|.
 int optSetError(optError* err, int rc, const char* token, const char* line, unsigned lineNumber,
                 const char* fileName);

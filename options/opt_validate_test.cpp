@@ -322,9 +322,12 @@ TEST_F(OptValidate, IncludeExcludeRulesAreStored) {
 }
 
 TEST(OptObject, ErrorRecords) {
-  optError* err = new_optError();
-  ASSERT_NE(err, nullptr);
+  optError record;
+  optError* err = &record;
+  optSetError(err, 400, "x", "y", 3, "z");
+  optClearError(err);
   EXPECT_EQ(err->rc, 0);
+  EXPECT_EQ(err->lineNumber, 0u);
   EXPECT_STREQ(err->token, "");
   EXPECT_EQ(optSetError(err, 410, "TCPPORT", "TCPPORT 1", 7, "/x/qmx.sys"), 410);
   EXPECT_STREQ(err->token, "TCPPORT");
@@ -332,9 +335,6 @@ TEST(OptObject, ErrorRecords) {
   EXPECT_EQ(err->lineNumber, 7u);
   EXPECT_STREQ(err->fileName, "/x/qmx.sys");
   EXPECT_EQ(optSetError(nullptr, 402, "a", "b", 1, "c"), 402);
-  delete_optError(err);
-  EXPECT_EQ(err, nullptr);
-  delete_optError(err);
 }
 
 TEST(OptObject, DamagedTableIsNotConstructed) {

@@ -396,17 +396,6 @@ int optValidateOptionCL(clientOptions* opts, const char* value, const char* name
   return opts->optValidateOptionCL(value, name, lineNo, apply, mode);
 }
 
-optError* new_optError() {
-  optError* err = new (std::nothrow) optError;
-  optClearError(err);
-  return err;
-}
-
-void delete_optError(optError*& err) {
-  delete err;
-  err = nullptr;
-}
-
 void optClearError(optError* err) {
   if (err == nullptr) return;
   err->token[0] = err->line[0] = err->fileName[0] = '\0';
