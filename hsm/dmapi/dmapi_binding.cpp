@@ -3,9 +3,12 @@
 #include <dlfcn.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 
+#include "diag/trace.h"
 #include "hsm/dmapi/provider/qmxdm.h"
+#include "platform/services.h"
 
 namespace {
 
@@ -90,6 +93,17 @@ const dmapiBinding_t* dmBindProvider(std::string* whichOut, std::string* errorOu
   std::call_once(once, [] {
     bound.ok = dmChooseProvider(std::getenv("QMX_DMAPI_LIB"), &bound.table, &bound.which,
                                 &bound.error) == 0;
+    if (TR_DMI) {
+      const char* prog = psProgramPath();
+      const char* slash = std::strrchr(prog, '/');
+      prog = slash != nullptr ? slash + 1 : prog;
+      if (bound.ok)
+        trPrintf(__FILE__, __LINE__, "(%s:%s): DMAPI provider: %s\n", prog, "dmBindProvider",
+                 bound.which.c_str());
+      else
+        trPrintf(__FILE__, __LINE__, "(%s:%s): DMAPI provider %s not bound: %s\n", prog,
+                 "dmBindProvider", bound.which.c_str(), bound.error.c_str());
+    }
   });
   if (whichOut != nullptr) *whichOut = bound.which;
   if (errorOut != nullptr) *errorOut = bound.ok ? std::string() : bound.error;

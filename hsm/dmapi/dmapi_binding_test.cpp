@@ -7,8 +7,11 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <string>
 
+#include "diag/trace.h"
 #include "hsm/dmapi/provider/provider_testing.h"
 #include "hsm/dmapi/provider/qmxdm.h"
 
@@ -104,10 +107,14 @@ TEST_F(BindingTest, ChoiceFollowsTheEnvironmentWithoutFallingBack) {
 }
 
 TEST_F(BindingTest, ProcessBindingIsMadeOnceFromQmxDmapiLib) {
-  int rc = inChild([] {
+  std::string traceFile = root_ + "/trace.out";
+  int rc = inChild([&] {
     setenv("QMX_DMAPI_LIB", QMX_TEST_PROVIDER_SO, 1);
+    new_TraceObject(ctCLSpaceMGT, 0, nullptr);
+    if (trBegin(traceFile.c_str(), 0) != 0 || trEnable("DMI", 1) != 0) return 4;
     std::string which, error;
     const dmapiBinding_t* b = dmBindProvider(&which, &error);
+    trClose(0);
     if (b == nullptr || which != std::string("QMX_DMAPI_LIB=") + QMX_TEST_PROVIDER_SO) return 1;
     // Changing the environment later changes nothing.
     setenv("QMX_DMAPI_LIB", QMX_TEST_INCOMPLETE_SO, 1);
@@ -116,6 +123,12 @@ TEST_F(BindingTest, ProcessBindingIsMadeOnceFromQmxDmapiLib) {
     return b->init_service(&version) == 0 && std::strcmp(version, "VEXA DMAPI 3.40") == 0 ? 0 : 3;
   });
   EXPECT_EQ(rc, 0);
+  std::ifstream in(traceFile);
+  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  EXPECT_NE(text.find(std::string(":dmBindProvider): DMAPI provider: QMX_DMAPI_LIB=") +
+                      QMX_TEST_PROVIDER_SO),
+            std::string::npos)
+      << text;
 
   rc = inChild([] {
     setenv("QMX_DMAPI_LIB", QMX_TEST_INCOMPLETE_SO, 1);

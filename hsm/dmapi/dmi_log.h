@@ -1,0 +1,31 @@
+// What the DMAPI layer needs to speak: the program's name, messages that go
+// to the trace and the error log, and text forms of handles.
+//
+// The program name is the one seam to the command's start-up: it calls
+// dmiSetProgName(hsmWhoAmI()) once the name is known.  Until then (and in
+// tools that never set it) the base name of the running executable is used.
+// The layer never includes the command's headers.
+#ifndef QMX_HSM_DMAPI_DMI_LOG_H_
+#define QMX_HSM_DMAPI_DMI_LOG_H_
+
+#include <cstddef>
+#include <string>
+
+#include "hsm/dmapi/xdsmapi.h"
+
+// Sets the program name used in DMAPI trace lines and messages (copied, at
+// most 255 characters; null or "" returns to the default).
+void dmiSetProgName(const char* name);
+// The program name: the one set, else the executable's base name.  The
+// pointer stays valid until the next dmiSetProgName.
+const char* dmiProgName();
+
+// Composes catalogue message |num| with its inserts and writes it to the
+// trace (class DMI) and the error log; nothing is shown on the terminal.
+// Keeps errno.
+void dmiLogMsg(unsigned num, ...);
+
+// The handle as hexadecimal digits (for messages), "<NULL>" without bytes.
+std::string dmiHandleToHex(const xdsm_handle_t& h);
+
+#endif  // QMX_HSM_DMAPI_DMI_LOG_H_

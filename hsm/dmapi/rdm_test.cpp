@@ -1,0 +1,299 @@
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+#include "hsm/dmapi/dmi_fileattr.h"
+#include "hsm/dmapi/dmi_testing.h"
+#include "hsm/dmapi/rdm_client.h"
+#include "hsm/dmapi/rdm_proto.h"
+#include "hsm/dmapi/uxdsmapi.h"
+
+namespace {
+
+// A stand-in for the root daemon: serves the protocol on the socket of the
+// sandbox with |dm|, and misbehaves on request.
+class FakeDaemon {
+ public:
+  enum Mode { kServe, kWrongKey, kWrongSize, kHangUp, kRefuse };
+
+  explicit FakeDaemon(const dmapiBinding_t* dm) : dm_(dm) {
+    std::string path = rdmSocketPath();
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    unlink(path.c_str());
+    fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    struct sockaddr_un addr {};
+    addr.sun_family = AF_UNIX;
+    std::strncpy(addr.sun_path, path.c_str(), sizeof addr.sun_path - 1);
+    ok_ = fd_ >= 0 && bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 &&
+          listen(fd_, 8) == 0;
+    if (ok_) thread_ = std::thread([this] { run(); });
+  }
+  ~FakeDaemon() {
+    stop_ = true;
+    if (thread_.joinable()) thread_.join();
+    if (fd_ >= 0) close(fd_);
+  }
+  bool ok() const { return ok_; }
+
+  std::atomic<Mode> mode{kServe};
+  std::atomic<int> busyReplies{0};  // answer "busy" this many times first
+  std::atomic<int> requests{0};
+
+ private:
+  void run() {
+    while (!stop_) {
+      struct pollfd p = {fd_, POLLIN, 0};
+      if (poll(&p, 1, 20) <= 0) continue;
+      int c = accept(fd_, nullptr, nullptr);
+      if (c < 0) continue;
+      serve(c);
+      close(c);
+    }
+  }
+  void serve(int c) {
+    rdmRequest_t req;
+    if (rdmReadRequest(c, &req) != 0) return;
+    ++requests;
+    rdmReply_t rep;
+    if (busyReplies > 0) {
+      --busyReplies;
+      rep.call = req.call;
+      rep.key = req.key;
+      rep.status = EAGAIN;
+      rdmWriteReply(c, rep);
+      return;
+    }
+    rdmDispatch(*dm_, req, &rep);
+    switch (mode.load()) {
+      case kServe:
+        break;
+      case kWrongKey:
+        rep.key ^= 1;
+        break;
+      case kWrongSize:
+        rep.payload.push_back(0);
+        break;
+      case kHangUp:
+        return;
+      case kRefuse:
+        rep.status = EPERM;
+        break;
+    }
+    rdmWriteReply(c, rep);
+  }
+
+  const dmapiBinding_t* dm_;
+  int fd_ = -1;
+  bool ok_ = false;
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
+};
+
+int fakeInit(char** v) {
+  static char version[] = "VEXA DMAPI 3.40";
+  *v = version;
+  return 0;
+}
+
+TEST(RdmProto, FieldsRoundTripAndShortPayloadsAreCaught) {
+  rdmWriter w;
+  w.u32(0xA1B2C3D4);
+  w.i64(-5);
+  w.token(dm_token_t{7, 9});
+  w.name(dmiAttrName("KVRObj"));
+  w.bytes("abc", 3);
+  const auto& d = w.data();
+  EXPECT_EQ(d[0], 0xD4);  // little-endian
+  rdmReader r(d.data(), d.size());
+  EXPECT_EQ(r.u32(), 0xA1B2C3D4u);
+  EXPECT_EQ(r.i64(), -5);
+  dm_token_t t = r.token();
+  EXPECT_EQ(t.high, 7u);
+  EXPECT_EQ(t.low, 9u);
+  EXPECT_EQ(std::memcmp(r.name().an_chars, "KVRObj\0\0", 8), 0);
+  size_t n = 0;
+  const unsigned char* b = r.bytes(&n);
+  ASSERT_EQ(n, 3u);
+  EXPECT_EQ(std::memcmp(b, "abc", 3), 0);
+  EXPECT_TRUE(r.done());
+
+  rdmReader shortOne(d.data(), d.size() - 1);
+  shortOne.u32();
+  shortOne.i64();
+  shortOne.token();
+  shortOne.name();
+  shortOne.bytes(&n);
+  EXPECT_FALSE(shortOne.ok());
+  // A length beyond the payload is refused, not read.
+  rdmWriter lie;
+  lie.u32(1000);
+  rdmReader bad(lie.data().data(), lie.data().size());
+  EXPECT_EQ(bad.bytes(&n), nullptr);
+  EXPECT_FALSE(bad.ok());
+}
+
+TEST(RdmProto, DispatchRefusesMalformedAndUnknownRequests) {
+  dmapiBinding_t dm;
+  dmBindBuiltIn(&dm);
+  dm.init_service = fakeInit;
+  rdmRequest_t req;
+  rdmReply_t rep;
+  req.call = rdmInitServiceCall;
+  req.key = 42;
+  req.payload = {1};  // InitService takes no arguments
+  rdmDispatch(dm, req, &rep);
+  EXPECT_EQ(rep.status, EPROTO);
+  EXPECT_EQ(rep.key, 42u);
+  req.payload.clear();
+  rdmDispatch(dm, req, &rep);
+  EXPECT_EQ(rep.status, 0);
+  EXPECT_EQ(rep.result, 0);
+  req.call = rdmCallLimit;
+  rdmDispatch(dm, req, &rep);
+  EXPECT_EQ(rep.status, EOPNOTSUPP);
+}
+
+class RdmClientTest : public dmitest::Sandbox {
+ protected:
+  RdmClientTest() : Sandbox(false) {}
+  void SetUp() override {
+    Sandbox::SetUp();
+    if (IsSkipped()) return;
+    dmBindBuiltIn(&dm_);
+    dm_.init_service = fakeInit;
+    TEST_DMISESSIONPOOLSIZE.set = 1;
+    TEST_DMISESSIONPOOLSIZE.value = 5;
+    TEST_DMISESSIONPOOLTIME.set = 1;
+    TEST_DMISESSIONPOOLTIME.value = 1;
+  }
+  void TearDown() override {
+    TEST_DMISESSIONPOOLSIZE = trTestFlag_t{};
+    TEST_DMISESSIONPOOLTIME = trTestFlag_t{};
+    Sandbox::TearDown();
+  }
+  dmapiBinding_t dm_{};
+};
+
+TEST_F(RdmClientTest, PoolSettingsFallBackToTheirDefaults) {
+  EXPECT_EQ(rdmPoolSize(), 5);
+  EXPECT_EQ(rdmPoolTimeUs(), 1);
+  TEST_DMISESSIONPOOLSIZE.value = static_cast<unsigned>(-1);
+  TEST_DMISESSIONPOOLTIME.set = 0;
+  EXPECT_EQ(rdmPoolSize(), 32);
+  EXPECT_EQ(rdmPoolTimeUs(), 200000);
+}
+
+TEST_F(RdmClientTest, BusyDaemonIsAskedAgainUpToThePoolSize) {
+  FakeDaemon d(&dm_);
+  ASSERT_TRUE(d.ok());
+  char version[64];
+  d.busyReplies = 4;
+  ASSERT_EQ(rdmInitService(version, sizeof version), 0);
+  EXPECT_STREQ(version, "VEXA DMAPI 3.40");
+  EXPECT_EQ(d.requests, 5);
+
+  d.requests = 0;
+  d.busyReplies = 5;
+  EXPECT_EQ(rdmInitService(version, sizeof version), -1);
+  EXPECT_EQ(errno, EAGAIN);
+  EXPECT_EQ(d.requests, 5);
+}
+
+TEST_F(RdmClientTest, UntrustworthyRepliesAndAnAbsentDaemonAreAccessErrors) {
+  char version[64];
+  EXPECT_EQ(rdmInitService(version, sizeof version), -1) << "no daemon";
+  EXPECT_EQ(errno, EACCES);
+  FakeDaemon d(&dm_);
+  ASSERT_TRUE(d.ok());
+  for (FakeDaemon::Mode m :
+       {FakeDaemon::kWrongKey, FakeDaemon::kWrongSize, FakeDaemon::kHangUp, FakeDaemon::kRefuse}) {
+    d.mode = m;
+    errno = 0;
+    EXPECT_EQ(rdmInitService(version, sizeof version), -1) << m;
+    EXPECT_EQ(errno, EACCES) << m;
+  }
+  d.mode = FakeDaemon::kServe;
+  EXPECT_EQ(rdmInitService(version, sizeof version), 0);
+
+  // Through the access object: the service is simply not there.
+  UXDSMAPI* u = new UXDSMAPI(DM_FALSE);
+  u->init();
+  delete XDSMAPI::setXDSMAPI(u);
+  d.mode = FakeDaemon::kWrongKey;
+  EXPECT_EQ(u->initService(), 0);
+  EXPECT_EQ(errno, EPERM) << "EACCES is reported as missing permission";
+}
+
+// The whole path of a user who is not root: access object, protocol and a
+// daemon that makes the calls through our provider.
+class RdmEndToEndTest : public dmitest::Sandbox {};
+
+TEST_F(RdmEndToEndTest, AttributeCommandWorksThroughTheDaemon) {
+  manage(fs_);
+  dmapiBinding_t dm;
+  dmBindBuiltIn(&dm);
+  FakeDaemon d(&dm);
+  ASSERT_TRUE(d.ok());
+  UXDSMAPI* u = new UXDSMAPI(DM_FALSE);
+  u->init();
+  delete XDSMAPI::setXDSMAPI(u);
+  ASSERT_EQ(dmiInit(0), 0);
+  dm_sessid_t sid = u->createSession(0, "qmxattr", 0);
+  ASSERT_NE(sid, 0u);
+  dm_sessid_t found = 0;
+  ASSERT_EQ(dmiGetSidByName("qmxattr", &found, 0), 0);
+  EXPECT_EQ(found, sid);
+
+  std::string p = makeFile("stub");
+  xdsm_handle_t h;
+  ASSERT_EQ(handleSetWithPath(&h, p.c_str()), 0);
+  char path[4096];
+  ASSERT_EQ(u->handleToPath(h, path, sizeof path), 0);
+  EXPECT_EQ(std::string(path), p);
+  dmiInfo info{};
+  info.attr = 0x200;
+  info.migState = dmiStateMigrated;
+  ASSERT_EQ(dmiSetDMAttrib(sid, h, DM_NO_TOKEN, info, 0), 0);
+  dm_stat_t st{};
+  ASSERT_EQ(u->getFileAttr(sid, h, DM_NO_TOKEN, DM_AT_STAT, &st), 0);
+  EXPECT_EQ(st.dt_size, 4);
+  char data[16] = {};
+  EXPECT_EQ(u->readInvis(sid, h, DM_NO_TOKEN, 0, sizeof data, data), 4);
+  EXPECT_STREQ(data, "data");
+  handleFree(&h);
+
+  migAttrRequest req{};
+  req.operation = migAttrSet;
+  req.mask = 255;
+  req.value = dmiRecallPartial;
+  std::strncpy(req.path, p.c_str(), sizeof req.path - 1);
+  req.fd = open(p.c_str(), O_RDONLY);
+  ASSERT_EQ(dmiEntryFileAttributes(sid, &req), 0);
+  req.operation = migAttrQuery;
+  req.value = 0;
+  ASSERT_EQ(dmiEntryFileAttributes(sid, &req), 0);
+  close(req.fd);
+  EXPECT_EQ(req.value, 0x200u | dmiRecallPartial);
+
+  // Errors of the call come back as the call's own errno.
+  dm_attrname_t an = dmiAttrName("none");
+  char buf[8];
+  size_t rlen = 0;
+  ASSERT_EQ(handleSetWithPath(&h, p.c_str()), 0);
+  EXPECT_EQ(u->getDmattr(sid, h, DM_NO_TOKEN, &an, sizeof buf, buf, &rlen), -1);
+  EXPECT_EQ(errno, ENOENT);
+  handleFree(&h);
+  EXPECT_EQ(u->destroySession(sid, 0), 1);
+  EXPECT_EQ(u->getSID(), 0u);
+}
+
+}  // namespace
