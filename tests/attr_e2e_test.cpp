@@ -10,6 +10,7 @@
 #include <regex>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/sandbox.h"
@@ -77,6 +78,10 @@ class AttrTest : public ::testing::Test {
     if (opts.cwd.empty()) opts.cwd = fs_;
     return sb_.runClient("hsm/bin/qmxattr", args, opts);
   }
+  // The sessions in the provider's registry (one file each, named by id).
+  std::string sessions() {
+    return sb_.run({"/bin/sh", "-c", "ls '" + sb_.sys("/run/qmxdmapi") + "' 2>/dev/null"}).out;
+  }
   std::string show(const std::string& path) {
     RunResult r = sb_.runClient("hsm/bin/qmxstub", {"show", path});
     return r.out;
@@ -101,6 +106,30 @@ TEST_F(AttrTest, OnlyTheProgramNameListsTheCurrentDirectory) {
   // The current directory itself gets no "<dir>" line, only its header.
   EXPECT_EQ(Find(l, Row("<dir>", "gpfs/")), -1) << r.out;
   EXPECT_NE(r.out.find(fs_), std::string::npos);
+}
+
+TEST_F(AttrTest, ARunLeavesNoSessionBehind) {
+  // While a run waits on a pipe its session is in the registry; after the
+  // run it is gone.
+  std::string f = makeStub("f");
+  std::string fifo = sb_.root() + "/wait.fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  // The command must not inherit the writing end, or the pipe never ends.
+  int w = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_GE(w, 0);
+  std::string seen;
+  std::thread peek([&] {
+    usleep(400000);
+    seen = sessions();
+    std::string line = f + "\n";
+    if (write(w, line.data(), line.size()) < 0) return;
+    close(w);
+  });
+  RunResult r = attr({"-FILELIST=" + fifo});
+  peek.join();
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(seen, "");
+  EXPECT_EQ(sessions(), "");
 }
 
 TEST_F(AttrTest, LongGrammarKeywordsAndValues) {
@@ -316,13 +345,37 @@ TEST_F(AttrTest, GloballyDeactivatedStillCountsAsManaged) {
   EXPECT_GE(Find(Lines(r.out), Row("p", "f")), 0) << r.out;
 }
 
+TEST_F(AttrTest, FullTmpStopsTheCommandAfterTheBanner) {
+  std::string f = makeStub("f");
+  // The free-space query looks at /tmp under the system root: a tiny file
+  // system there, filled to the last block, is a full /tmp.
+  std::string tmp = sb_.sys("/tmp");
+  Sandbox::makeDirs(tmp);
+  if (mount("qmxtmp", tmp.c_str(), "tmpfs", 0, "size=64k") != 0) {
+    GTEST_SKIP() << "cannot mount a small file system here";
+  }
+  int fd = open((tmp + "/fill").c_str(), O_WRONLY | O_CREAT, 0600);
+  std::string block(4096, 'x');
+  while (fd >= 0 && write(fd, block.data(), block.size()) > 0) {
+  }
+  if (fd >= 0) close(fd);
+  RunResult r = attr({f});
+  umount2(tmp.c_str(), MNT_DETACH);
+  EXPECT_EQ(r.status, 255);
+  EXPECT_NE(r.err.find("ANS9313E"), std::string::npos) << r.err;
+  EXPECT_NE(r.out.find("Copyright"), std::string::npos) << r.out;  // the banner came first
+  EXPECT_EQ(r.out.find("File name"), std::string::npos) << r.out;  // nothing was listed
+  // No DMAPI session was made.
+  EXPECT_EQ(sessions(), "");
+}
+
 TEST_F(AttrTest, SigtermEndsTheRunWith255AndLeavesNoSession) {
   // A file list that is a pipe keeps the command waiting in the middle of
   // its work, with its DMAPI session open, until the signal comes.
   std::string f = makeStub("f");
   std::string fifo = sb_.root() + "/list.fifo";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-  int w = open(fifo.c_str(), O_RDWR);
+  int w = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
   ASSERT_GE(w, 0);
   std::string line = f + "\n";
   ASSERT_EQ(write(w, line.data(), line.size()), static_cast<ssize_t>(line.size()));
@@ -334,9 +387,11 @@ TEST_F(AttrTest, SigtermEndsTheRunWith255AndLeavesNoSession) {
   EXPECT_FALSE(r.timedOut);
   EXPECT_EQ(r.status, 255) << r.err;
   EXPECT_GE(Find(Lines(r.out), Row("n", "f")), 0) << r.out;
-  // The session of the run is gone from the registry.
-  RunResult ls = sb_.run({"/bin/sh", "-c", "ls -A '" + sb_.sys("/run/qmxdmapi") + "' 2>/dev/null"});
-  EXPECT_EQ(ls.out.find("sess"), std::string::npos) << ls.out;
+  // The session of the run is gone from the registry, and so is its
+  // session-log marker.
+  EXPECT_EQ(sessions(), "");
+  RunResult marks = sb_.run({"/bin/sh", "-c", "ls '" + fs_ + "/.SpaceMan/logdir/'* 2>/dev/null"});
+  EXPECT_EQ(marks.out.find(".sess"), std::string::npos) << marks.out;
 }
 
 }  // namespace

@@ -38,7 +38,8 @@ int getSpaceManState(const char* fsName) {
   const int savedErrno = errno;
   const char* prog = hsmWhoAmI();
 
-  uint64_t sid = optionsP != nullptr ? optionsP->dmapiSessionId : 0;
+  clientOptions* opts = optGetThreadOptionP();
+  uint64_t sid = opts != nullptr ? opts->dmapiSessionId : 0;
   if (sid == 0 || sid == UINT64_MAX) {
     // All ones is what SetFileAttr's fallback leaves behind.
     sid = dmiGetSid();
@@ -46,7 +47,7 @@ int getSpaceManState(const char* fsName) {
       errno = savedErrno;
       return SPACEMAN_NOSESSION;
     }
-    if (optionsP != nullptr) optionsP->dmapiSessionId = sid;
+    if (opts != nullptr) opts->dmapiSessionId = sid;
   }
 
   fsmState global{};
