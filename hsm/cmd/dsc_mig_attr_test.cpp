@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "diag/nl.h"
+#include "hsm/cmd/cmd_test_util.h"
 #include "hsm/cmd/hsm_global_cb.h"
 #include "options/optobj.h"
 
@@ -38,11 +39,8 @@ dirEntry_t* Entry(std::vector<std::string>& store, const char* name, uid_t owner
 
 TEST(OwnerRuleTest, SomebodyElsesFileStopsTheListingWith829) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root to act as another user";
-  setenv("LC_ALL", "C.UTF-8", 1);
-  const char* b = std::getenv("QMX_BUILD_DIR");
-  std::string dir = std::string(b != nullptr ? b : ".") + "/client/ba/bin";
-  ASSERT_EQ(newNlsGlobalObject(nullptr, 0), 0);
-  ASSERT_EQ(nlinit("EN_US", 10, dir.c_str(), 5, 1, 1, 1, nullptr, nullptr), 0);
+  cmdtest::StartMessages();
+  if (HasFatalFailure()) return;
   clientOptions opts(ctCLSpaceMGT);
   optionsP = &opts;
   opts.subdir = 2;
