@@ -50,7 +50,7 @@ void BM_ComposeCachedTwoInserts(benchmark::State& state) {
   }
   for (auto _ : state) {
     char* s = nullptr;
-    benchmark::DoNotOptimize(nlsprintf(&s, 9085, "qmxattr", "/gpfs/fs1"));
+    benchmark::DoNotOptimize(nlsprintf(&s, 9085, "qmxattr", "/hsmfs/fs1"));
     free(s);
   }
 }
@@ -63,7 +63,7 @@ void BM_PrintCachedTwoInserts(benchmark::State& state) {
     state.SkipWithError("catalogue not found; build the qmx_catalogues target");
     return;
   }
-  for (auto _ : state) benchmark::DoNotOptimize(nlprintf(9085, "qmxattr", "/gpfs/fs1"));
+  for (auto _ : state) benchmark::DoNotOptimize(nlprintf(9085, "qmxattr", "/hsmfs/fs1"));
 }
 BENCHMARK(BM_PrintCachedTwoInserts);
 

@@ -19,7 +19,7 @@ const char kUserOpt[] =
     "TIMEFORMAT      1\n"
     "LANGUAGE        EN_US\n"
     "SUBDIR          NO\n"
-    "DOMAIN          /gpfs/fs1 /gpfs/fs2\n"
+    "DOMAIN          /hsmfs/fs1 /hsmfs/fs2\n"
     "LOGO            NO\n"
     "HSMPROGRESSIVEDAEMONSTART YES\n"
     "TXNBYTELIMIT    2G\n";
@@ -45,9 +45,9 @@ const char kSysOpt[] =
     "   PASSWORDACCESS     GENERATE\n"
     "   NODENAME           node1\n"
     "   ERRORLOGRETENTION  30 D\n"
-    "   VIRTUALMOUNTPOINT  /gpfs/fs1/projects\n"
-    "   INCLUDE            /gpfs/fs1/*\n"
-    "   EXCLUDE.DIR        /gpfs/fs1/tmp\n"
+    "   VIRTUALMOUNTPOINT  /hsmfs/fs1/projects\n"
+    "   INCLUDE            /hsmfs/fs1/*\n"
+    "   EXCLUDE.DIR        /hsmfs/fs1/tmp\n"
     "SERVERNAME SRV2\n"
     "   TCPPORT            1600\n";
 

@@ -50,7 +50,7 @@ TEST_F(MessageTest, ComposesInsertsIntoTheEnglishText) {
 TEST_F(MessageTest, IdentifierRulesFollowTheSeverityLetter) {
   ASSERT_EQ(Start(), 0);
   // Display texts lose their identifier.
-  EXPECT_EQ(Compose(9205, "/gpfs/a"), "Directory: /gpfs/a\n");
+  EXPECT_EQ(Compose(9205, "/hsmfs/a"), "Directory: /hsmfs/a\n");
   EXPECT_EQ(Compose(15755, 2026), "Copyright Norvik 2002, 2026. All rights reserved.");
   // Five-digit numbers show four digits.
   EXPECT_THAT(Compose(11159), StartsWith("ANS1159W The command was interrupted"));

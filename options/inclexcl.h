@@ -11,7 +11,7 @@
 struct inclExclRule_t {
   int type;               // 1 include, 2 exclude
   int objKind;            // optObjKind_e: what the rule applies to
-  std::string pattern;    // the file specification as written
+  std::string pattern;    // the file pattern as written
   std::string mgmtClass;  // management class of an include rule ("" = none)
   int source;             // valid mode of the source that added it
 };

@@ -416,7 +416,7 @@ TEST_F(OptFiles, StartUpOrder) {
             "SERVERNAME beta\n"
             "   TCPPORT 1602\n"
             "   NODENAME betanode\n"
-            "   VIRTUALMOUNTPOINT /gpfs/fs1/vm\n");
+            "   VIRTUALMOUNTPOINT /hsmfs/fs1/vm\n");
   ASSERT_EQ(o.optValidateOptionCL("4", "DATEFORMAT", 0, 1, 8), 0);
   ASSERT_EQ(o.optPrescanOptFile(nullptr, &err), 0);
   ASSERT_EQ(o.optPrescanSysOptFile(nullptr, &err), 0);
@@ -433,7 +433,7 @@ TEST_F(OptFiles, StartUpOrder) {
   EXPECT_EQ(o.tcpPort, 1602);
   EXPECT_STREQ(o.nodeName, "BETANODE");
   ASSERT_NE(o.virtualMountPoints, nullptr);
-  EXPECT_EQ((*o.virtualMountPoints)[0], "/gpfs/fs1/vm");
+  EXPECT_EQ((*o.virtualMountPoints)[0], "/hsmfs/fs1/vm");
   EXPECT_EQ(o.optGetSourceEntry(o.optGetOptionId("DATEFORMAT")), 255 | optSrcUser);
   EXPECT_EQ(o.optCheckUser(), 403);
   EXPECT_EQ(o.optGetValidMode(), optSrcUser);

@@ -279,15 +279,15 @@ TEST_F(OptValidate, FormatsAndLanguage) {
 }
 
 TEST_F(OptValidate, ListsAndVirtualMountPoints) {
-  EXPECT_EQ(sys("VIRTUALMOUNTPOINT", "/gpfs/projects/"), 0);
-  EXPECT_EQ(sys("VIRTUALMOUNTPOINT", "/gpfs/Home"), 0);
-  EXPECT_EQ(sys("VIRTUALMOUNTPOINT", "/gpfs/projects"), 0);  // already there
+  EXPECT_EQ(sys("VIRTUALMOUNTPOINT", "/hsmfs/projects/"), 0);
+  EXPECT_EQ(sys("VIRTUALMOUNTPOINT", "/hsmfs/Home"), 0);
+  EXPECT_EQ(sys("VIRTUALMOUNTPOINT", "/hsmfs/projects"), 0);  // already there
   EXPECT_EQ(sys("VIRTUALMOUNTPOINT", "relative/dir"), 400);
   EXPECT_EQ(sys("VIRTUALMOUNTPOINT", "/"), 400);
   ASSERT_NE(o.virtualMountPoints, nullptr);
   ASSERT_EQ(o.virtualMountPoints->size(), 2u);
-  EXPECT_EQ((*o.virtualMountPoints)[0], "/gpfs/projects");
-  EXPECT_EQ((*o.virtualMountPoints)[1], "/gpfs/Home");
+  EXPECT_EQ((*o.virtualMountPoints)[0], "/hsmfs/projects");
+  EXPECT_EQ((*o.virtualMountPoints)[1], "/hsmfs/Home");
   EXPECT_EQ(user("VIRTUALMOUNTPOINT", "/x"), 429);
 
   EXPECT_EQ(user("DOMAIN", "/home \"/my dir\" /usr"), 0);
@@ -361,7 +361,7 @@ namespace {
 TEST(OptShadow, PerThreadCopyIsIndependent) {
   clientOptions main(ctCLSpaceMGT);
   main.optSetValidMode(optSrcSystem);
-  ASSERT_EQ(main.optValidateOption("/gpfs/a", "VIRTUALMOUNTPOINT", 1, 1, 0), 0);
+  ASSERT_EQ(main.optValidateOption("/hsmfs/a", "VIRTUALMOUNTPOINT", 1, 1, 0), 0);
   ASSERT_EQ(main.optValidateOption("1600", "TCPPORT", 1, 1, 0), 0);
   main.dmapiSessionId = 0x1234;
   optionsP = &main;
@@ -378,7 +378,7 @@ TEST(OptShadow, PerThreadCopyIsIndependent) {
   optSetThreadOptionP(shadow);
   EXPECT_EQ(optGetThreadOptionP(), shadow);
   shadow->optSetValidMode(optSrcSystem);
-  ASSERT_EQ(shadow->optValidateOption("/gpfs/b", "VIRTUALMOUNTPOINT", 1, 1, 0), 0);
+  ASSERT_EQ(shadow->optValidateOption("/hsmfs/b", "VIRTUALMOUNTPOINT", 1, 1, 0), 0);
   EXPECT_EQ(main.virtualMountPoints->size(), 1u);
   EXPECT_EQ(shadow->virtualMountPoints->size(), 2u);
 
@@ -469,8 +469,8 @@ TEST(OptGeneral, NumbersMustFitTheirStorage) {
 TEST(OptDisplay, OneOptionPerLine) {
   clientOptions o(ctCLSpaceMGT);
   o.optSetValidMode(optSrcSystem);
-  ASSERT_EQ(o.optValidateOption("/gpfs/a", "VIRTUALMOUNTPOINT", 1, 1, 0), 0);
-  ASSERT_EQ(o.optValidateOption("/gpfs/b", "VIRTUALMOUNTPOINT", 1, 1, 0), 0);
+  ASSERT_EQ(o.optValidateOption("/hsmfs/a", "VIRTUALMOUNTPOINT", 1, 1, 0), 0);
+  ASSERT_EQ(o.optValidateOption("/hsmfs/b", "VIRTUALMOUNTPOINT", 1, 1, 0), 0);
   ASSERT_EQ(o.optValidateOption("/tmp/x", "EXCLUDE.DIR", 1, 1, 0), 0);
   char* buf = nullptr;
   size_t size = 0;
@@ -481,7 +481,7 @@ TEST(OptDisplay, OneOptionPerLine) {
   free(buf);
   EXPECT_NE(text.find("\nTCPPORT                      1500\n"), std::string::npos);
   EXPECT_NE(text.find("\nTCPNODELAY                   YES\n"), std::string::npos);
-  EXPECT_NE(text.find("\nVIRTUALMOUNTPOINT            /gpfs/a /gpfs/b\n"), std::string::npos);
+  EXPECT_NE(text.find("\nVIRTUALMOUNTPOINT            /hsmfs/a /hsmfs/b\n"), std::string::npos);
   EXPECT_NE(text.find("EXCLUDE                      (dir) /tmp/x\n"), std::string::npos);
   // QUIET and VERBOSE share a field: it is shown once.
   EXPECT_NE(text.find("\nQUIET "), std::string::npos);

@@ -66,13 +66,13 @@ int fioStatPath(const char* path, Attrib* attr) {
   return 0;
 }
 
-int fioGetAttrib(const fileSpec_t* spec, Attrib* attr, int flags) {
-  if (spec == nullptr || attr == nullptr || flags != 0) {
+int fioGetAttrib(const fileSpec_t* fsp, Attrib* attr, int flags) {
+  if (fsp == nullptr || attr == nullptr || flags != 0) {
     errno = EINVAL;
     return -1;
   }
   char path[4096];
-  if (fsFullPath(spec, path, sizeof path) == nullptr) {
+  if (fsFullPath(fsp, path, sizeof path) == nullptr) {
     errno = ENAMETOOLONG;
     return -1;
   }

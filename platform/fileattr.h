@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/filespec.h"
+#include "platform/file_space.h"
 
 // Kind of an object: the low three bits of Attrib::type.
 enum : uint16_t {
@@ -54,9 +54,9 @@ inline bool attrIsSymlink(const Attrib& a) {
 // Fills |*attr| from an lstat of |path|.  Returns 0, or -1 with errno set.
 int fioStatPath(const char* path, Attrib* attr);
 
-// The attributes of the object that |spec| names.  |flags| is reserved (0).
+// The attributes of the object that |fsp| names.  |flags| is reserved (0).
 // Returns 0, or -1 with errno set.
-int fioGetAttrib(const fileSpec_t* spec, Attrib* attr, int flags);
+int fioGetAttrib(const fileSpec_t* fsp, Attrib* attr, int flags);
 
 // One entry of a directory listing.  |name| begins with "/".
 struct dirEntry_t {

@@ -61,11 +61,11 @@ TEST_F(TempDir, KindsAndLinkMarkFollowTheObjectNotItsTarget) {
   EXPECT_EQ(fioStatPath(Path("missing").c_str(), &a), -1);
   EXPECT_EQ(errno, ENOENT);
 
-  fileSpec_t* spec = newFileSpec("/", dir_.c_str(), "/file");
-  ASSERT_NE(spec, nullptr);
-  ASSERT_EQ(fioGetAttrib(spec, &a, 0), 0);
+  fileSpec_t* fsp = newFileSpec("/", dir_.c_str(), "/file");
+  ASSERT_NE(fsp, nullptr);
+  ASSERT_EQ(fioGetAttrib(fsp, &a, 0), 0);
   EXPECT_EQ(a.size, 1u);
-  freeFileSpec(spec);
+  freeFileSpec(fsp);
 }
 
 TEST_F(TempDir, ListingIsSortedByByteOrderWithoutDotEntries) {

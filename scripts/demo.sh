@@ -22,7 +22,7 @@ C=$R/opt/norvik/nqb/client
 cmake --install "$BUILD_DIR" --prefix "$C" >/dev/null
 # The client counts as installed when the recall daemon's executable exists.
 touch "$C/hsm/bin/qmxrecalld"
-FS=$R/gpfs
+FS=$R/hsmfs
 mkdir -p "$FS/projects/sub"
 cat >"$C/ba/bin/qmx.opt" <<OPT
 OPTIONFORMAT  STANDARD

@@ -45,7 +45,7 @@ class AttrTest : public ::testing::Test {
     if (geteuid() != 0)
       GTEST_SKIP()
           << "the DMAPI provider keeps its attributes in the trusted namespace: run as root";
-    fs_ = sb_.root() + "/gpfs";
+    fs_ = sb_.root() + "/hsmfs";
     Sandbox::makeDirs(fs_);
     writeOptions("OPTIONFORMAT STANDARD\nLOGO NO\n");
     writeSys("SERVERNAME server_a\n  TCPSERVERADDRESS 127.0.0.1\n  VIRTUALMOUNTPOINT " + fs_ +
@@ -104,7 +104,7 @@ TEST_F(AttrTest, OnlyTheProgramNameListsTheCurrentDirectory) {
   EXPECT_GE(Find(l, Row("-", "resident")), 0) << r.out;
   EXPECT_GE(Find(l, Row("<dir>", "sub/")), 0) << r.out;
   // The current directory itself gets no "<dir>" line, only its header.
-  EXPECT_EQ(Find(l, Row("<dir>", "gpfs/")), -1) << r.out;
+  EXPECT_EQ(Find(l, Row("<dir>", "hsmfs/")), -1) << r.out;
   EXPECT_NE(r.out.find(fs_), std::string::npos);
 }
 

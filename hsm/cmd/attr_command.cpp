@@ -14,7 +14,7 @@
 #include "hsm/dmapi/dmi_session.h"
 #include "options/optobj.h"
 #include "platform/clock.h"
-#include "platform/filespec.h"
+#include "platform/file_space.h"
 #include "platform/services.h"
 
 namespace {

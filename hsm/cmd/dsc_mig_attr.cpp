@@ -21,7 +21,7 @@
 #include "hsm/dmapi/dmi_fileattr.h"
 #include "hsm/dmapi/dmi_session.h"
 #include "options/optobj.h"
-#include "platform/filespec.h"
+#include "platform/file_space.h"
 #include "platform/sysroot.h"
 
 namespace {
@@ -302,17 +302,17 @@ int DscMigAttr(Sess_o* sess) {
       std::memcpy(path, joined.c_str(), joined.size() + 1);
       DoCanon(path, '/');
       int prc = 0;
-      fileSpec_t* spec = parseBackOperand(path, &prc, 0);
+      fileSpec_t* fsp = parseBackOperand(path, &prc, 0);
       result = prc;
       if (Tracing()) {
-        if (spec != nullptr) {
+        if (fsp != nullptr) {
           trPrintf(__FILE__, __LINE__, "Input operand (%s) breaks down to '%s' '%s' '%s'\n", path,
-                   spec->fsName, spec->hl, spec->ll);
+                   fsp->fsName, fsp->hl, fsp->ll);
         } else {
           trPrintf(__FILE__, __LINE__, "fileSpec == NULL\n");
         }
       }
-      if (spec == nullptr) {
+      if (fsp == nullptr) {
         if (prc == 102) {
           nlfprintf(stdout, 9184, hsmWhoAmI(), "");
           stop = -2;
@@ -322,18 +322,18 @@ int DscMigAttr(Sess_o* sess) {
       } else {
         if (Tracing()) {
           trPrintf(__FILE__, __LINE__, "Candidate (%s) breaks down to '%s' '%s' '%s'\n", path,
-                   spec->fsName, spec->hl, spec->ll);
+                   fsp->fsName, fsp->hl, fsp->ll);
         }
-        if (qmxSpaceManIsInstalled(spec->fsName) != 0) {
-          nlfprintf(stderr, 9085, hsmWhoAmI(), spec->fsName);
+        if (qmxSpaceManIsInstalled(fsp->fsName) != 0) {
+          nlfprintf(stderr, 9085, hsmWhoAmI(), fsp->fsName);
         } else {
           Attrib attr;
-          result = fioGetAttrib(spec, &attr, 0);
+          result = fioGetAttrib(fsp, &attr, 0);
           if (result != 0) {
             nlfprintf(stderr, 9126, hsmWhoAmI(), path, std::strerror(errno));
           } else {
             HPsFileAttributes fa;
-            fa.setFileAttributes(&attr, path, spec->fsName);
+            fa.setFileAttributes(&attr, path, fsp->fsName);
             if (attrIsDir(attr)) {
               if (!noOperands) std::printf("%5s   %s/\n", "<dir>", LastName(path));
               if (dirPool == 0) {
@@ -360,7 +360,7 @@ int DscMigAttr(Sess_o* sess) {
             }
           }
         }
-        freeFileSpec(spec);
+        freeFileSpec(fsp);
       }
     }
     if (noOperands) break;
@@ -369,10 +369,10 @@ int DscMigAttr(Sess_o* sess) {
 
   if (stop == 0 && dirs) {
     for (const dirListNode_t* n = dirs->head(); n != nullptr && stop == 0; n = n->next) {
-      fileSpec_t* spec = newFileSpec("", n->path, "");
+      fileSpec_t* fsp = newFileSpec("", n->path, "");
       dirEntry_t* entries = nullptr;
       mpHandle_t pool = ReadDirectory(&handle, n->path, &entries);
-      freeFileSpec(spec);
+      freeFileSpec(fsp);
       int r = smMigAttr(&handle, n->path, entries, 1);
       if (pool != 0) qmxpDestroy(pool);
       if (r != 0) stop = r;

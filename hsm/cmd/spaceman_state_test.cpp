@@ -56,7 +56,7 @@ TEST_F(SpaceManStateTest, WithoutSpaceManDirectoryNothingIsManaged) {
   EXPECT_EQ(getSpaceManState(fs_.c_str()), SPACEMAN_NONE);
   EXPECT_EQ(qmxSpaceManIsInstalled(fs_.c_str()), -1);
   char dir[256];
-  EXPECT_STREQ(qmxFSNameToSpaceManDir("/gpfs/fs1", dir, sizeof dir), "/gpfs/fs1/.SpaceMan");
+  EXPECT_STREQ(qmxFSNameToSpaceManDir("/hsmfs/fs1", dir, sizeof dir), "/hsmfs/fs1/.SpaceMan");
 }
 
 TEST_F(SpaceManStateTest, StateFollowsTheFileSystemAndGlobalSwitches) {

@@ -41,18 +41,18 @@ TEST_F(FSConfigTest, TableListsManagedFileSystemsInOrder) {
   EXPECT_EQ(dmiFirstManagedFS(&first, &error), -1);
   EXPECT_NE(error.find("no managed file system"), std::string::npos);
 
-  write(dmiFSTablePath(), "# managed here\n/gpfs/fs1/\n\n  /gpfs/fs1/sub \r\n/vmp\n");
+  write(dmiFSTablePath(), "# managed here\n/hsmfs/fs1/\n\n  /hsmfs/fs1/sub \r\n/vmp\n");
   ASSERT_EQ(dmiReadFSTable(&table, &error), 0) << error;
-  EXPECT_EQ(table, (std::vector<std::string>{"/gpfs/fs1", "/gpfs/fs1/sub", "/vmp"}));
+  EXPECT_EQ(table, (std::vector<std::string>{"/hsmfs/fs1", "/hsmfs/fs1/sub", "/vmp"}));
   ASSERT_EQ(dmiFirstManagedFS(&first, &error), 0);
-  EXPECT_EQ(first, "/gpfs/fs1");
+  EXPECT_EQ(first, "/hsmfs/fs1");
 
   // The deepest entry holding a path names its file system.
   std::string fs;
-  ASSERT_EQ(dmiGetFSName("/gpfs/fs1/sub/a/b", &fs, &error), 0);
-  EXPECT_EQ(fs, "/gpfs/fs1/sub");
-  ASSERT_EQ(dmiGetFSName("/gpfs/fs1/subway/x", &fs, &error), 0);
-  EXPECT_EQ(fs, "/gpfs/fs1");
+  ASSERT_EQ(dmiGetFSName("/hsmfs/fs1/sub/a/b", &fs, &error), 0);
+  EXPECT_EQ(fs, "/hsmfs/fs1/sub");
+  ASSERT_EQ(dmiGetFSName("/hsmfs/fs1/subway/x", &fs, &error), 0);
+  EXPECT_EQ(fs, "/hsmfs/fs1");
   ASSERT_EQ(dmiGetFSName("/vmp", &fs, &error), 0);
   EXPECT_EQ(fs, "/vmp");
   EXPECT_EQ(dmiGetFSName("/vmpx/file", &fs, &error), -1);
@@ -60,7 +60,7 @@ TEST_F(FSConfigTest, TableListsManagedFileSystemsInOrder) {
 }
 
 TEST_F(FSConfigTest, RelativeEntryIsRejectedWithItsLine) {
-  write(dmiFSTablePath(), "/gpfs/fs1\nrelative/fs\n");
+  write(dmiFSTablePath(), "/hsmfs/fs1\nrelative/fs\n");
   std::vector<std::string> table;
   std::string error;
   EXPECT_EQ(dmiReadFSTable(&table, &error), -1);

@@ -1,4 +1,4 @@
-#include "platform/filespec.h"
+#include "platform/file_space.h"
 
 #include <gtest/gtest.h>
 
@@ -33,12 +33,12 @@ class ParseBackTest : public ::testing::Test {
 
   static std::string Parts(const char* path) {
     int rc = -1;
-    fileSpec_t* spec = parseBackOperand(path, &rc, 0);
-    if (spec == nullptr) return "rc=" + std::to_string(rc);
-    std::string s = std::string(spec->fsName) + "|" + spec->hl + "|" + spec->ll;
+    fileSpec_t* fsp = parseBackOperand(path, &rc, 0);
+    if (fsp == nullptr) return "rc=" + std::to_string(rc);
+    std::string s = std::string(fsp->fsName) + "|" + fsp->hl + "|" + fsp->ll;
     char full[4096];
-    EXPECT_STREQ(fsFullPath(spec, full, sizeof full), path);
-    freeFileSpec(spec);
+    EXPECT_STREQ(fsFullPath(fsp, full, sizeof full), path);
+    freeFileSpec(fsp);
     return s;
   }
 };
@@ -59,13 +59,13 @@ TEST_F(ParseBackTest, RootFileSpaceOwnsNoCharacter) {
   std::string fs = psFileSpaceOf("/proc/self");
   EXPECT_EQ(fs, "/proc");
   int rc = 0;
-  fileSpec_t* spec = newFileSpec("/", "/a", "/b");
-  ASSERT_NE(spec, nullptr);
+  fileSpec_t* fsp = newFileSpec("/", "/a", "/b");
+  ASSERT_NE(fsp, nullptr);
   char full[64];
-  EXPECT_STREQ(fsFullPath(spec, full, sizeof full), "/a/b");
+  EXPECT_STREQ(fsFullPath(fsp, full, sizeof full), "/a/b");
   char tiny[4];
-  EXPECT_EQ(fsFullPath(spec, tiny, sizeof tiny), nullptr);
-  freeFileSpec(spec);
+  EXPECT_EQ(fsFullPath(fsp, tiny, sizeof tiny), nullptr);
+  freeFileSpec(fsp);
   EXPECT_EQ(parseBackOperand("relative/path", &rc, 0), nullptr);
   EXPECT_EQ(rc, 109);
   EXPECT_EQ(parseBackOperand("", &rc, 0), nullptr);

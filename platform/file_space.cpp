@@ -1,4 +1,4 @@
-#include "platform/filespec.h"
+#include "platform/file_space.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -126,24 +126,24 @@ std::string psFileSpaceOf(const char* path) {
 }
 
 fileSpec_t* newFileSpec(const char* fsName, const char* hl, const char* ll) {
-  fileSpec_t* spec = static_cast<fileSpec_t*>(std::calloc(1, sizeof(fileSpec_t)));
-  if (spec == nullptr) return nullptr;
-  spec->fsName = Dup(fsName, std::strlen(fsName));
-  spec->hl = Dup(hl, std::strlen(hl));
-  spec->ll = Dup(ll, std::strlen(ll));
-  if (spec->fsName == nullptr || spec->hl == nullptr || spec->ll == nullptr) {
-    freeFileSpec(spec);
+  fileSpec_t* fsp = static_cast<fileSpec_t*>(std::calloc(1, sizeof(fileSpec_t)));
+  if (fsp == nullptr) return nullptr;
+  fsp->fsName = Dup(fsName, std::strlen(fsName));
+  fsp->hl = Dup(hl, std::strlen(hl));
+  fsp->ll = Dup(ll, std::strlen(ll));
+  if (fsp->fsName == nullptr || fsp->hl == nullptr || fsp->ll == nullptr) {
+    freeFileSpec(fsp);
     return nullptr;
   }
-  return spec;
+  return fsp;
 }
 
-void freeFileSpec(fileSpec_t* spec) {
-  if (spec == nullptr) return;
-  std::free(spec->fsName);
-  std::free(spec->hl);
-  std::free(spec->ll);
-  std::free(spec);
+void freeFileSpec(fileSpec_t* fsp) {
+  if (fsp == nullptr) return;
+  std::free(fsp->fsName);
+  std::free(fsp->hl);
+  std::free(fsp->ll);
+  std::free(fsp);
 }
 
 fileSpec_t* parseBackOperand(const char* path, int* rc, int flags) {
@@ -159,23 +159,23 @@ fileSpec_t* parseBackOperand(const char* path, int* rc, int flags) {
   const char* rest = path + (fs == "/" ? 0 : fs.size());
   size_t restLen = len - static_cast<size_t>(rest - path);
   const char* slash = restLen > 0 ? static_cast<const char*>(memrchr(rest, '/', restLen)) : nullptr;
-  fileSpec_t* spec = nullptr;
+  fileSpec_t* fsp = nullptr;
   if (slash == nullptr) {
-    spec = newFileSpec(fs.c_str(), "", "");
+    fsp = newFileSpec(fs.c_str(), "", "");
   } else {
     std::string hl(rest, static_cast<size_t>(slash - rest));
     std::string ll(slash, static_cast<size_t>(rest + restLen - slash));
     if (ll == "/") ll.clear();  // the root itself
-    spec = newFileSpec(fs.c_str(), hl.c_str(), ll.c_str());
+    fsp = newFileSpec(fs.c_str(), hl.c_str(), ll.c_str());
   }
-  *rc = spec == nullptr ? 102 : 0;
-  return spec;
+  *rc = fsp == nullptr ? 102 : 0;
+  return fsp;
 }
 
-char* fsFullPath(const fileSpec_t* spec, char* buf, size_t size) {
-  if (spec == nullptr || buf == nullptr || size == 0) return nullptr;
-  const char* fs = std::strcmp(spec->fsName, "/") == 0 ? "" : spec->fsName;
-  int n = std::snprintf(buf, size, "%s%s%s", fs, spec->hl, spec->ll);
+char* fsFullPath(const fileSpec_t* fsp, char* buf, size_t size) {
+  if (fsp == nullptr || buf == nullptr || size == 0) return nullptr;
+  const char* fs = std::strcmp(fsp->fsName, "/") == 0 ? "" : fsp->fsName;
+  int n = std::snprintf(buf, size, "%s%s%s", fs, fsp->hl, fsp->ll);
   if (n < 0 || static_cast<size_t>(n) >= size) {
     buf[0] = '\0';
     return nullptr;

@@ -8,8 +8,8 @@
 //
 // Thread safety: the registry of virtual mount points and the cached mount
 // table are meant to be set up at start-up, before other threads run.
-#ifndef QMX_PLATFORM_FILESPEC_H_
-#define QMX_PLATFORM_FILESPEC_H_
+#ifndef QMX_PLATFORM_FILE_SPACE_H_
+#define QMX_PLATFORM_FILE_SPACE_H_
 
 #include <cstddef>
 #include <string>
@@ -29,18 +29,18 @@ struct fileSpec_t {
 // Returns |path|.
 char* DoCanon(char* path, char sep);
 
-// Splits the canonical absolute path |path| into a new specification that the
+// Splits the canonical absolute path |path| into a new fileSpec_t that the
 // caller frees with freeFileSpec.  Returns null with *rc = 109 for a path that
 // is empty or not absolute, 102 when out of memory; *rc = 0 on success.
 // |flags| is reserved and must be 0.
 fileSpec_t* parseBackOperand(const char* path, int* rc, int flags);
 
-// A specification built from its three parts (copied); null when out of memory.
+// A fileSpec_t built from its three parts (copied); null when out of memory.
 fileSpec_t* newFileSpec(const char* fsName, const char* hl, const char* ll);
-void freeFileSpec(fileSpec_t* spec);
+void freeFileSpec(fileSpec_t* fsp);
 
-// The full path of |spec| into |buf| of |size| bytes; null when it does not fit.
-char* fsFullPath(const fileSpec_t* spec, char* buf, size_t size);
+// The full path of |fsp| into |buf| of |size| bytes; null when it does not fit.
+char* fsFullPath(const fileSpec_t* fsp, char* buf, size_t size);
 
 // Registers an absolute directory that counts as a file space of its own
 // (a virtual mount point).  The path is made canonical first.  Returns 0, or
@@ -54,4 +54,4 @@ std::string psFileSpaceOf(const char* path);
 // Reads the machine's mount table again.
 void psFsReloadMounts();
 
-#endif  // QMX_PLATFORM_FILESPEC_H_
+#endif  // QMX_PLATFORM_FILE_SPACE_H_
