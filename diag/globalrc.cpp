@@ -76,17 +76,28 @@ int32_t GlobalRC::mapMessage(unsigned msgNum, unsigned char severity) {
   }
 }
 
+// Message 9999 raises the return code through this object again; a mutex
+// that keeps failing must not make that an endless loop.
+static thread_local bool reportingMutexFailure = false;
+
+static void ReportMutexFailure(const char* file, unsigned line) {
+  if (reportingMutexFailure) return;
+  reportingMutexFailure = true;
+  nlprintf(9999, file, line);
+  reportingMutexFailure = false;
+}
+
 bool GlobalRC::lock(const char* file, unsigned line) {
   if (psMutexLock(&mutex) == 0) return true;
   if (TR_EXTRC) trPrintf(file, line, "Unable to acquire global rc mutex\n");
-  nlprintf(9999, file, line);
+  ReportMutexFailure(file, line);
   return false;
 }
 
 void GlobalRC::unlock(const char* file, unsigned line) {
   if (psMutexUnlock(&mutex) == 0) return;
   if (TR_EXTRC) trPrintf(file, line, "Unable to release global rc mutex\n");
-  nlprintf(9999, file, line);
+  ReportMutexFailure(file, line);
 }
 
 void GlobalRC::traceValues(const char* when) {

@@ -119,9 +119,10 @@ class DLogFile {
 // "utBuildPath(): ".
 int utBuildPath(const char* path);
 
-// One line into the error, schedule or audit log (see writeLine).
+// One line into the error, schedule, audit or web log (see writeLine).
 int LogMsg(const char* text);
 int LogSchedMsg(const char* text);
 int LogAuditMsg(const char* text);
+int LogWebMsg(const char* text);
 
 #endif  // QMX_DIAG_LOGFILE_H_

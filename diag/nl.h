@@ -94,12 +94,15 @@ struct nlInitInfo_t {
   int numberFormat;
 };
 
-// Starts the message system.  |language| non-empty asks for a national
-// catalogue (qmxLocale, else the environment's locale); |cacheSize| bounds
+// Starts the message system.  |language| must be non-empty (start-up
+// passes the message-file name); a national catalogue is opened for
+// qmxLocale (nlSetLocale, the LANGUAGE option) or else for the
+// environment's locale.  |cacheSize| bounds
 // each message cache; |msgDir| holds the <LANGUAGE> directories;
 // |clientType| becomes the output mode (4: nothing to stdout or stderr);
 // |catName| is honoured only for client types 9, 10 and 11 (null: the
-// default).  A second call only re-applies the formats and cache size.
+// default).  A second call re-applies the formats and cache size, and
+// reopens the national catalogue only when qmxLocale changed in between.
 // Returns 0, or 610 (empty language, over-long arguments, no English
 // catalogue).  |info| may be null.
 int nlinit(const char* language, unsigned cacheSize, const char* msgDir, int clientType,

@@ -101,6 +101,17 @@ TEST_F(MessageTest, GermanCatalogueForLanguageDeWithEnglishFallbackPerMessage) {
   EXPECT_TRUE(Shown().empty());  // no ANS0102W: the catalogue exists
 }
 
+TEST_F(MessageTest, MessageFileNameAsLanguageLeavesTheChoiceToTheLocale) {
+  // Start-up passes the catalogue path where a language may stand.
+  std::string path = nltest::ClientBinDir() + "/qmxclientv3.cat";
+  nlSetLocale("de");
+  ASSERT_EQ(Start(path.c_str()), 0);
+  EXPECT_THAT(Compose(1107, "-x"), StartsWith("ANS1107E Die Option"));
+  ASSERT_EQ(Start(path.c_str(), 50), 0);  // the second start keeps the catalogue
+  EXPECT_THAT(Compose(9033, "/f"), StartsWith("ANS9033I Der Abrufmodus von '/f'"));
+  EXPECT_TRUE(Shown().empty());
+}
+
 TEST_F(MessageTest, UnknownLanguageFallsBackToEnglishWithATraceLine) {
   TempDir dir;
   std::string trace = dir.path() + "/trace.out";

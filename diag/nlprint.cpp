@@ -52,7 +52,13 @@ unsigned char nlCompose(unsigned num, bool english, va_list args, std::string* o
     va_end(copy);
   }
   if (psMutexUnlock(&nls_mutex) != 0) {
-    nlprintf(9999, __FILE__, __LINE__);
+    // "Unable to release NLS mutex"; reported once, not from inside itself.
+    static thread_local bool reporting = false;
+    if (!reporting) {
+      reporting = true;
+      nlprintf(9999, __FILE__, __LINE__);
+      reporting = false;
+    }
     return nlsevNone;
   }
   return sev;

@@ -189,7 +189,12 @@ int nlLockMutex() {
 
 int nlUnlockMutex() {
   int rc = psMutexUnlock(&nls_mutex);
-  if (rc != 0) nlprintf(9999, __FILE__, __LINE__);
+  static thread_local bool reporting = false;
+  if (rc != 0 && !reporting) {
+    reporting = true;
+    nlprintf(9999, __FILE__, __LINE__);
+    reporting = false;
+  }
   return rc;
 }
 

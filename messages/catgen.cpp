@@ -141,7 +141,11 @@ bool ParseEntry(const std::string& entry, catMessage_t* m, std::string* why) {
     *why = "more than 15 inserts";
     return false;
   }
-  std::string text = Trim(entry.substr(bar + 1));
+  // The text starts after the one blank that follows the bar, so that a
+  // text may begin with blanks of its own.
+  std::string text = entry.substr(bar + 1);
+  if (!text.empty() && text[0] == ' ') text.erase(0, 1);
+  text.erase(text.find_last_not_of(" \t\r") + 1);
   if (text.empty()) {
     *why = "the message has no text";
     return false;

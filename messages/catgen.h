@@ -12,7 +12,9 @@
 //             identifier (L is also logged), M retired (treated as absent)
 //   inserts   the printf formats of the caller's arguments, in the order the
 //             caller passes them: "%s", "%d", "%u", "%-8s", "%*d", "%ls"...
-//   text      the message; {1} ... {n} place insert 1 ... n (each exactly
+//   text      the message, from the one blank after the bar on (further
+//             leading blanks are part of the text; trailing blanks are not);
+//             {1} ... {n} place insert 1 ... n (each exactly
 //             once, in any order, so translations may reorder them).
 //             Escapes: \n newline, \t tab, \\ backslash, \{ and \} braces.
 //             A newline is added at the end unless the text ends in \c.

@@ -39,11 +39,13 @@ TEST(CatalogueSource, EntriesWithInsertsEscapesAndContinuations) {
       "\n"
       "9531 E %s %s %s %s | {3}: session '{1}' ({2}): {4}.\n"
       "15755 Z %d | Copyright {1}.\\c\n"
+      "9329 Z |  Mode   Name   \n"
       "9139 Z | Usage: a\\n\\\n"
       "  -r x\\tb \\{c\\} \\\\\n",
       &errors);
   ASSERT_TRUE(errors.empty()) << errors[0];
-  ASSERT_EQ(m.size(), 3u);
+  ASSERT_EQ(m.size(), 4u);
+  EXPECT_EQ(m.at(9329).pieces[0], " Mode   Name\n");  // one blank after the bar is the separator
   const catMessage_t& s = m.at(9531);
   EXPECT_EQ(s.severity, 'E');
   EXPECT_EQ(s.inserts.size(), 4u);
@@ -51,7 +53,7 @@ TEST(CatalogueSource, EntriesWithInsertsEscapesAndContinuations) {
   EXPECT_EQ(s.pieces, (std::vector<std::string>{"", ": session '", "' (", "): ", ".\n"}));
   EXPECT_EQ(m.at(15755).pieces.back(), ".");  // \c: no newline
   EXPECT_EQ(m.at(9139).pieces[0], "Usage: a\n  -r x\tb {c} \\\n");
-  EXPECT_EQ(m.at(9139).line, 5);
+  EXPECT_EQ(m.at(9139).line, 6);
 }
 
 TEST(CatalogueSource, BadEntriesAreNamedWithTheirLine) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "diag/nl.h"
 #include "options/opt_internal.h"
 #include "options/opt_keywords.h"
 #include "options/optobj.h"
@@ -487,7 +488,11 @@ int optLanguageCallback(optionObject* opts, const optionEntry* row, const char* 
       return OPT_RC_BADOPT;
   }
   optUpper(tok.data());
-  return apply ? storeText(opts->fieldOf(row), row, tok) : OPT_RC_OK;
+  if (!apply) return OPT_RC_OK;
+  rc = storeText(opts->fieldOf(row), row, tok);
+  // The message system opens its national catalogue in this language.
+  if (rc == OPT_RC_OK) nlSetLocale(tok.c_str());
+  return rc;
 }
 
 int optVirtualMountPointCallback(optionObject* opts, const optionEntry* row, const char* value,

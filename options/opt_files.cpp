@@ -282,6 +282,9 @@ int clientOptions::optProcOptions(FILE* fp, const char* fileName, optError* err,
     int rc = validateLine(line, lineNo, fileName, err, prescan);
     if (rc != OPT_RC_OK) return rc;
   }
+  // A file that cannot be read to its end (a directory, an I/O error) is as
+  // good as one that cannot be opened.
+  if (ferror(fp)) return optSetError(err, OPT_RC_OPENFAIL, fileName, "", lineNo, fileName);
   return OPT_RC_OK;
 }
 
@@ -292,7 +295,8 @@ int clientOptions::optProcSysOptions(FILE* fp, const char* fileName, optError* e
   int rc = OPT_RC_OK;
 
   // 1. The prolog: lines before the first stanza.
-  while (utGetNextLine(fp, line, sizeof(line), &lineNo)) {
+  while (utGetNextLine(fp, line, sizeof(line), &lineNo) || ferror(fp)) {
+    if (ferror(fp)) return optSetError(err, OPT_RC_OPENFAIL, fileName, "", lineNo, fileName);
     optLine l;
     splitLine(line, &l);
     if (names.optSTAbbrev(l.name.c_str(), OPT_SERVERNAME)) break;
@@ -335,14 +339,14 @@ int clientOptions::optProcSysOptions(FILE* fp, const char* fileName, optError* e
       firstStanza = false;
       if (wanted.empty()) {
         wanted = stanza;
-        snprintf(serverName, sizeof(serverName), "%s", stanza);
+        snprintf(serverName, sizeof(serverName), "%.64s", stanza);
       }
-      if (migrateServer[0] == '\0') snprintf(migrateServer, sizeof(migrateServer), "%s", stanza);
+      if (migrateServer[0] == '\0') snprintf(migrateServer, sizeof(migrateServer), "%.64s", stanza);
     }
     if (strcasecmp(stanza, wanted.c_str()) == 0) {
       found = true;
-      snprintf(stanzaName, sizeof(stanzaName), "%s", stanza);
-      snprintf(serverName, sizeof(serverName), "%s", stanza);
+      snprintf(stanzaName, sizeof(stanzaName), "%.64s", stanza);
+      snprintf(serverName, sizeof(serverName), "%.64s", stanza);
     }
   }
   if (!found) return optSetError(err, OPT_RC_NOSTANZA, wanted.c_str(), "", lineNo, fileName);

@@ -267,7 +267,14 @@ TEST_F(OptFiles, UserFileErrors) {
   EXPECT_EQ(readUser("FILELIST x\n"), 400);  // keyword, not an option
   EXPECT_EQ(readUser("TRACEFILE \"/tmp/unclosed\n"), 402);
   EXPECT_EQ(err.rc, 402);
-  EXPECT_EQ(o.optProcessOptions(7, "", 0, &err), 109);
+  o.setProcMode(3);
+  EXPECT_EQ(o.optProcessOptions(7, "", 9, &err), 109);
+  EXPECT_EQ(readUser("DATEFORMAT 1\n"), 0);
+  EXPECT_EQ(o.procMode(), 3);  // the call's mode is given back
+  // A directory opens but cannot be read: as unusable as a missing file.
+  EXPECT_EQ(o.optProcessOptions(optStoreUser, tmp.path().c_str(), 0, &err), 406);
+  EXPECT_EQ(o.optProcessOptions(optStoreSystem, tmp.path().c_str(), 0, &err), 406);
+  EXPECT_EQ(err.fileName, tmp.path());
   EXPECT_EQ(o.optProcessOptions(optStoreUser, "", 0, nullptr), 109);
 }
 
@@ -384,6 +391,49 @@ TEST(OptUsers, EveryoneWithoutUsersOrGroups) {
   ASSERT_NE(o.users, nullptr);
   // The superuser is never locked out; anybody else must be listed.
   EXPECT_EQ(o.optCheckUser(), geteuid() == 0 ? 403 : 0);
+}
+
+}  // namespace
+
+namespace {
+
+// The order start-up reads the sources in: command line (first pass), the
+// early passes, the user file, command line (second pass), the system file,
+// post-processing.  Later sources win; the early passes apply nothing else.
+TEST_F(OptFiles, StartUpOrder) {
+  tmp.write("qmx.opt",
+            "* user file\n"
+            "SERVERNAME beta\n"
+            "DATEFORMAT 2\n"
+            "ERRORPROG /bin/true\n");
+  tmp.write("qmx.sys",
+            "DEFAULTSERVER alpha\n"
+            "SERVERNAME alpha\n"
+            "   TCPPORT 1601\n"
+            "SERVERNAME beta\n"
+            "   TCPPORT 1602\n"
+            "   NODENAME betanode\n"
+            "   VIRTUALMOUNTPOINT /gpfs/fs1/vm\n");
+  ASSERT_EQ(o.optValidateOptionCL("4", "DATEFORMAT", 0, 1, 8), 0);
+  ASSERT_EQ(o.optPrescanOptFile(nullptr, &err), 0);
+  ASSERT_EQ(o.optPrescanSysOptFile(nullptr, &err), 0);
+  EXPECT_EQ(o.tcpPort, 1500);  // the early passes set no connection options
+  EXPECT_EQ(o.dateFormat, 4);  // nor anything else
+  ASSERT_EQ(o.optProcessOptions(optStoreUser, "", 0, &err), 0);
+  EXPECT_EQ(o.dateFormat, 2);  // the file read starts from the defaults
+  ASSERT_EQ(o.optValidateOptionCL("5", "DATEFORMAT", 0, 1, 8), 0);
+  ASSERT_EQ(o.optProcessOptions(optStoreSystem, "", 0, &err), 0);
+  ASSERT_EQ(o.optPostProcessOptions(&err), 0);
+  EXPECT_EQ(o.dateFormat, 5);
+  EXPECT_STREQ(o.serverName, "BETA");  // the user file's server beats DEFAULTSERVER
+  EXPECT_STREQ(o.migrateServer, "ALPHA");
+  EXPECT_EQ(o.tcpPort, 1602);
+  EXPECT_STREQ(o.nodeName, "BETANODE");
+  ASSERT_NE(o.virtualMountPoints, nullptr);
+  EXPECT_EQ((*o.virtualMountPoints)[0], "/gpfs/fs1/vm");
+  EXPECT_EQ(o.optGetSourceEntry(o.optGetOptionId("DATEFORMAT")), 255 | optSrcUser);
+  EXPECT_EQ(o.optCheckUser(), 403);
+  EXPECT_EQ(o.optGetValidMode(), optSrcUser);
 }
 
 }  // namespace

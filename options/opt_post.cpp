@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cinttypes>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -78,6 +79,23 @@ int clientOptions::optCheckUser() const {
     }
   }
   return OPT_RC_OK;
+}
+
+void clientOptions::optDisplayToTrace() const {
+  char* text = nullptr;
+  size_t size = 0;
+  FILE* ms = open_memstream(&text, &size);
+  if (ms == nullptr) return;
+  optDisplay(ms);
+  fclose(ms);
+  // One call per line: a trace write holds one line's worth of text.
+  for (char* line = text; line != nullptr && *line;) {
+    char* nl = strchr(line, '\n');
+    if (nl != nullptr) *nl = '\0';
+    trPrint("%s\n", line);
+    line = nl ? nl + 1 : nullptr;
+  }
+  free(text);
 }
 
 void clientOptions::optPrintToScreen(int id, const char* text, int width, FILE* out) const {

@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <string>
 
 #include "diag/trace.h"
@@ -58,6 +59,21 @@ TEST_F(OptTrace, TestFlagsAndErrorProgram) {
   o.optSetValidMode(optSrcUser);
   EXPECT_EQ(o.optValidateOption("/other", "ERRORPROG", 1, 0, 0), 0);
   EXPECT_STREQ(trGetErrorProg(), "/usr/bin/Mailer");
+}
+
+TEST_F(OptTrace, OptionListingGoesToTheTrace) {
+  char tmpl[] = "/tmp/qmxtrXXXXXX";
+  std::string dir = mkdtemp(tmpl);
+  std::string trace = dir + "/t.trace";
+  ASSERT_EQ(trEnable("CONFIG", 1), 0);
+  ASSERT_EQ(trBegin(trace.c_str(), 0), 0);
+  o.tcpPort = 1777;
+  o.optDisplayToTrace();
+  trClose(0);
+  std::ifstream in(trace);
+  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  EXPECT_NE(text.find("TCPPORT                      1777\n"), std::string::npos) << text;
+  std::system(("rm -rf '" + dir + "'").c_str());
 }
 
 TEST_F(OptTrace, EarlyPassStartsTheTraceFile) {

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "diag/nl.h"
 #include "options/opt_callbacks.h"
 #include "options/optobj.h"
 
@@ -271,7 +272,10 @@ TEST_F(OptValidate, FormatsAndLanguage) {
   EXPECT_EQ(user("NUMBERFORMAT", "x"), 400);
   EXPECT_EQ(user("LANGUAGE", "de_DE"), 0);
   EXPECT_STREQ(o.language, "DE_DE");
+  EXPECT_STREQ(qmxLocale, "DE_DE");  // what the message system will open
   EXPECT_EQ(user("LANGUAGE", "de/DE"), 400);
+  EXPECT_STREQ(qmxLocale, "DE_DE");
+  nlSetLocale(nullptr);
 }
 
 TEST_F(OptValidate, ListsAndVirtualMountPoints) {
@@ -315,6 +319,22 @@ TEST_F(OptValidate, IncludeExcludeRulesAreStored) {
   EXPECT_EQ(rules[1].pattern, "/data/My  Files/*");  // blanks inside quotes kept
   EXPECT_EQ(rules[1].mgmtClass, "MGMTA");
   EXPECT_EQ(rules[1].source, optSrcSystem);
+}
+
+TEST(OptObject, ErrorRecords) {
+  optError record;
+  optError* err = &record;
+  optSetError(err, 400, "x", "y", 3, "z");
+  optClearError(err);
+  EXPECT_EQ(err->rc, 0);
+  EXPECT_EQ(err->lineNumber, 0u);
+  EXPECT_STREQ(err->token, "");
+  EXPECT_EQ(optSetError(err, 410, "TCPPORT", "TCPPORT 1", 7, "/x/qmx.sys"), 410);
+  EXPECT_STREQ(err->token, "TCPPORT");
+  EXPECT_STREQ(err->line, "TCPPORT 1");
+  EXPECT_EQ(err->lineNumber, 7u);
+  EXPECT_STREQ(err->fileName, "/x/qmx.sys");
+  EXPECT_EQ(optSetError(nullptr, 402, "a", "b", 1, "c"), 402);
 }
 
 TEST(OptObject, DamagedTableIsNotConstructed) {

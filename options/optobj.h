@@ -13,6 +13,14 @@
 // are read (later sources override earlier ones); optPostProcessOptions
 // derives the rest.  optionsP points to the process-wide object.
 //
+// Start-up's order: optEnvVarInit; command-line options (first pass) with
+// optValidateOptionCL; optPrescanTrOpt (the user file's trace options, trace
+// file opened); optPrescanSysOptFile; optProcessOptions(optStoreUser ...);
+// command line (second pass); optProcessOptions(optStoreSystem ...);
+// optPostProcessOptions; optCheckUser.  Option names are passed as written,
+// without a leading "-"; a failing call leaves an optError for
+// ReportOptionError.
+//
 // Thread safety: filled by the start-up thread; afterwards read-only, so any
 // thread may read fields.  optGetThreadOptionP gives a thread its own copy
 // when one was installed.
@@ -21,7 +29,8 @@
 //   start-up: optionFormat (0 STANDARD, 1 SHORT), logo, errorLogName,
 //     errorLogMax, errorLogRetention (10000 = keep all), language,
 //     dateFormat, timeFormat, numberFormat, subdir, enableLanFree, nodeName,
-//     serverName, clusterNode, tcpDebug; object members msgFileName, optDir.
+//     serverName, clusterNode, tcpDebug; object members msgFileName, optDir,
+//     errorLogRetentionSave (0 discard "D", 1 save "S").
 //   DMAPI layer: clientOptions::dmapiSessionId, hsmProgressiveDaemonStart,
 //     hsmExtObjIdAttr, hsmMultiServer (record server names on files).
 //   server session: tcpServerAddress, tcpPort, tcpNoDelay, tcpBuffSize
@@ -217,6 +226,9 @@ class clientOptions : public optFields_t, public optionObject {
 
   // Prints every option with its value, one per line, to |out|.
   void optDisplay(FILE* out = stdout) const;
+  // The same listing appended to the trace output as it stands (no prefix);
+  // the caller decides by its trace classes whether to ask for it.
+  void optDisplayToTrace() const;
   // Prints "name  text" with the name padded to |width|.
   void optPrintToScreen(int id, const char* text, int width, FILE* out = stdout) const;
 

@@ -243,7 +243,10 @@ int Sess_o::sessOpen() {
   commObj->info.bufferSize = sessGetUint32(sessBufferSize);
   commObj->info.windowSize = sessGetUint32(sessWindowSize);
   commObj->info.noDelay = sessGetBool(sessTcpNoDelay);
-  commObj->info.restartDurationMs = sessGetUint32(sessRestartDuration);
+  // The restart settings govern reconnection: a session that was signed on
+  // and lost its connection keeps trying, a first open reports at once.
+  commObj->info.restartDurationMs =
+      sessGetBool(sessSignedOnOnce) ? sessGetUint32(sessRestartDuration) : 0;
   commObj->info.restartIntervalMs = sessGetUint32(sessRestartInterval);
   commObj->info.connectTimeoutMs = sessGetUint32(sessConnectTimeout);
   commObj->info.readTimeoutMs = sessGetUint32(sessReadTimeout);

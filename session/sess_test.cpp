@@ -94,6 +94,14 @@ TEST(SessOpen, FailedOpenClosesAndReportsTheTransportCode) {
   EXPECT_EQ(COMM_RC_CONNECT, rc);
   EXPECT_EQ(sInit, s.sessGetState());
   EXPECT_EQ(1, s.sessCommObj()->openAttempts);
+
+  // The restart settings are for reconnecting; a first open does not wait.
+  Sess_o r(Offline(), 1);
+  r.sessSetUint32(sessRestartDuration, 3600000);
+  r.sessSetUint32(sessRestartInterval, 1000);
+  ASSERT_EQ(0, r.sessInit());
+  EXPECT_EQ(COMM_RC_CONNECT, r.sessOpen());
+  EXPECT_EQ(1, r.sessCommObj()->openAttempts);
 }
 
 TEST(SessOpen, UnsupportedMethodFailsInit) {

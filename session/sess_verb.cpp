@@ -65,7 +65,13 @@ int Sess_o::RecvOne(unsigned char** bufP, bool callerBuf) {
   }
   uint32_t type = verbType(buf), len = verbLength(buf);
   uint32_t limit = sessGetBool(sessLargeBuffers) ? VERB_MAX_LEN_LARGE : VERB_MAX_LEN;
-  if ((type != VB_BulkData && len > limit) || len < hdrLen) {
+  if (len < hdrLen) {  // shorter than its own header: no verb at all
+    SESS_DIAG("sessRecvVerb(): Invalid verb received.\n");
+    SESS_DIAG("sessRecvVerb(): length=%04x, verb=%02x,magic=%02x\n", len, buf[2], buf[3]);
+    BreakAndClose();
+    return SESS_RC_PROTOCOL;
+  }
+  if (type != VB_BulkData && len > limit) {
     SESS_DIAG("sessRecvVerb(): Verb exceeds allowed length.\n");
     SESS_DIAG("sessRecvVerb(): length=%04x, verb=%02x,magic=%02x\n", len, buf[2], buf[3]);
     BreakAndClose();
@@ -93,6 +99,7 @@ int Sess_o::RecvOne(unsigned char** bufP, bool callerBuf) {
   }
   if (type != VB_CRC) sessSetUint64(sessVerbsRecv, sessGetUint64(sessVerbsRecv) + 1);
   SESS_TRACE_MSG(TR_VERBINFO | TR_SESSVERB, 20765, len, type, trVerbType(type));
+  if (TR_VERBDETAIL) trPrintFormattedDump(buf, len < 256 ? len : 256, 16);
   return 0;
 }
 
@@ -172,6 +179,7 @@ int Sess_o::sessSendVerb(const unsigned char* verb) {
   }
   sessSetUint64(sessVerbsSent, sessGetUint64(sessVerbsSent) + 1);
   SESS_TRACE_MSG(TR_VERBINFO | TR_SESSVERB, 20768, len, type, trVerbType(type));
+  if (TR_VERBDETAIL) trPrintFormattedDump(verb, len < 256 ? len : 256, 16);
   return 0;
 }
 

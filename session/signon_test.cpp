@@ -153,6 +153,25 @@ TEST_F(SignOnTest, FailuresAreReportedAndLoggedOff) {
   EXPECT_EQ(0, server_.authOk());
 }
 
+// A server that cannot prove it knows the node's verifier is an impostor,
+// and one that sends a damaged answer is not believed either.
+TEST_F(SignOnTest, ImpostorsAndGarbledAnswersAreRefused) {
+  server_.SetFault(TestServer::Fault::WrongProof);
+  Sess_o* s = Make(PSWD_PROMPT, false, "pw1");
+  EXPECT_EQ(137, Logon(s));
+  EXPECT_EQ(1, server_.authOk());                  // the server took the response...
+  EXPECT_FALSE(s->sessGetBool(sessServerProven));  // ...but the client did not take the server
+  EXPECT_EQ(sInit, s->sessGetState());
+
+  server_.SetFault(TestServer::Fault::Malformed);
+  Sess_o* t = Make(PSWD_PROMPT, false, "pw1");
+  EXPECT_EQ(136, Logon(t));
+  EXPECT_EQ(sInit, t->sessGetState());
+
+  Sess_o* u = Make(PSWD_PROMPT, false, "pw1");  // and a good server is still welcome
+  EXPECT_EQ(0, Logon(u));
+}
+
 TEST_F(SignOnTest, ServerAskingForCheapVerifiersIsRefused) {
   server_.AddNode("WEAK", "pw", false, 10);
   sessSettings_t st = testSettings(server_.port(), "WEAK");

@@ -15,6 +15,8 @@
 #include <thread>
 #include <vector>
 
+#include "diag/trace.h"
+
 namespace {
 
 struct TcpState {
@@ -107,6 +109,8 @@ int ConnectRound(commObj_t* obj, int* fdOut) {
   std::string port = std::to_string(info.port);
   int g = ::getaddrinfo(info.address.c_str(), port.c_str(), &hints, &list);
   if (g != 0) {
+    TRACE_Fkt(__FILE__, __LINE__)(TR_COMM, "TcpOpen: cannot resolve '%s': %s\n",
+                                  info.address.c_str(), ::gai_strerror(g));
     obj->lastErrno = g == EAI_SYSTEM ? errno : 0;
     // A name server that is not answering yet may answer later.
     return g == EAI_AGAIN ? COMM_RC_CONNECT : COMM_RC_ADDRESS;
@@ -117,10 +121,16 @@ int ConnectRound(commObj_t* obj, int* fdOut) {
     int err = 0;
     int fd = ConnectOne(ai, info, &rc, &err);
     if (fd >= 0) {
+      TRACE_Fkt(__FILE__, __LINE__)(TR_COMM, "TcpOpen: connected to %s port %u (%s)\n",
+                                    info.address.c_str(), static_cast<unsigned>(info.port),
+                                    ai->ai_family == AF_INET6 ? "IPv6" : "IPv4");
       *fdOut = fd;
       rc = 0;
       break;
     }
+    TRACE_Fkt(__FILE__, __LINE__)(TR_COMM, "TcpOpen: %s port %u (%s): %s\n", info.address.c_str(),
+                                  static_cast<unsigned>(info.port),
+                                  ai->ai_family == AF_INET6 ? "IPv6" : "IPv4", std::strerror(err));
     obj->lastErrno = err;
   }
   ::freeaddrinfo(list);
@@ -225,6 +235,8 @@ int TcpOpen(commObj_t* obj) {
     if (MsLeft(giveUp) <= 0) return rc;
     int64_t pause = obj->info.restartIntervalMs;
     if (pause > MsLeft(giveUp)) pause = MsLeft(giveUp);
+    TRACE_Fkt(__FILE__, __LINE__)(TR_COMM, "TcpOpen: trying again in %lld ms\n",
+                                  static_cast<long long>(pause));
     std::this_thread::sleep_for(std::chrono::milliseconds(pause));
   }
 }

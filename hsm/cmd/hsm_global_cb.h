@@ -13,7 +13,7 @@
 
 #include "platform/mutex.h"
 
-struct Sess_o;
+class Sess_o;
 class CorrSTable;
 
 // Size of the path buffers of the control block.

@@ -150,6 +150,13 @@ TestServer::Fault TestServer::TakeFault() {
   return f;
 }
 
+bool TestServer::TakeFaultIf(Fault f) {
+  std::lock_guard<std::mutex> g(mu_);
+  if (fault_ != f) return false;
+  fault_ = Fault::None;
+  return true;
+}
+
 void TestServer::SetServerCaps(const std::vector<unsigned>& caps) {
   std::lock_guard<std::mutex> g(mu_);
   serverMap_ = MapOf(caps);
@@ -285,7 +292,13 @@ bool TestServer::Handle(Conn& c, std::vector<unsigned char>& verb) {
       }
       if (req.flags & SO_REQ_LARGE_BUFFERS) resp.flags |= SO_RESP_LARGE_BUFFERS;
       c.node = req.node;
-      return Answer(c, soBuildSignOnResp(resp), false);
+      soBytes_t answer = soBuildSignOnResp(resp);
+      if (TakeFaultIf(Fault::Malformed)) {
+        // A consistent header around fields that end too early.
+        answer.resize(answer.size() - 20);
+        verbSetHdr(answer.data(), verbType(answer.data()), static_cast<uint32_t>(answer.size()));
+      }
+      return Answer(c, answer, false);
     }
     case VB_Authenticate: {
       soAuthenticate_t req;
@@ -304,11 +317,12 @@ bool TestServer::Handle(Conn& c, std::vector<unsigned char>& verb) {
       authMac_t expect;
       c.clientNonce = req.clientNonce;
       bool ok = known && authClientResponse(v, c.serverNonce, req.clientNonce, c.node, &expect) &&
-                authMacEqual(expect, req.response) && TakeFault() != Fault::RejectAuth;
+                authMacEqual(expect, req.response) && !TakeFaultIf(Fault::RejectAuth);
       if (ok) {
         ++authOk_;
         c.authenticated = true;
         authServerProof(v, c.serverNonce, req.clientNonce, c.node, &res.proof);
+        if (TakeFaultIf(Fault::WrongProof)) res.proof[0] ^= 0x80;
       } else {
         ++authRejected_;
         res.result = 137;

@@ -33,6 +33,8 @@ class TestServer {
     DropConnection,  // the connection is closed instead of answering
     ShortRead,       // half the answer, then the connection is closed
     RejectAuth,      // the next authentication is refused whatever the password
+    WrongProof,      // the next authentication is accepted with a false proof
+    Malformed,       // the next sign-on answer is cut short inside its fields
   };
 
   TestServer();
@@ -90,6 +92,8 @@ class TestServer {
   bool Handle(Conn& c, std::vector<unsigned char>& verb);
   bool Answer(Conn& c, const std::vector<unsigned char>& verb, bool echo);
   Fault TakeFault();
+  // Takes the pending fault only when it is |f|.
+  bool TakeFaultIf(Fault f);
   static std::vector<unsigned char> MapOf(const std::vector<unsigned>& caps);
 
   int listenFd_ = -1;
