@@ -135,7 +135,8 @@ void addEvent(std::vector<unsigned char>* buf, dm_eventtype_t type, uint64_t tok
               size_t* lastOff) {
   size_t off = buf->size();
   size_t dataOff = sizeof(dm_eventmsg_t);
-  size_t size = dataOff + sizeof(dm_mount_event_t) + 4000;  // padded: batches are big
+  // Padded (batches are big) and 8-byte aligned, as providers lay them out.
+  size_t size = (dataOff + sizeof(dm_mount_event_t) + 4000 + 7) / 8 * 8;
   buf->resize(off + size);
   dm_eventmsg_t ev{};
   ev.ev_type = type;
