@@ -54,6 +54,7 @@ class QmxstubTest : public dmitest::Sandbox {
     std::strncpy(req.path, path.c_str(), sizeof req.path - 1);
     req.fd = open(path.c_str(), O_RDONLY);
     XDSMAPI* x = XDSMAPI::getXDSMAPI();
+    EXPECT_EQ(x->initService(), 1);
     dm_sessid_t sid = x->createSession(0, "query", 1);
     int rc = dmiEntryFileAttributes(sid, &req);
     int e = errno;
@@ -169,6 +170,33 @@ TEST_F(QmxstubTest, UnreachableNamesFailTheRunButNotTheOthers) {
   EXPECT_EQ(out_, "migrated   " + a + "\n");
   EXPECT_EQ(run({"fs-add", a}), qmxstubFailed) << "a file is no file system";
   EXPECT_NE(err_.find("ANS9178E"), std::string::npos) << err_;
+}
+
+TEST_F(QmxstubTest, ProgramWorksWithTheProviderLoadedFromItsLibrary) {
+  std::string a = makeFile("a");
+  std::string cmd = std::string("QMX_DMAPI_LIB=") + QMX_TEST_PROVIDER_SO + " " + QMX_TEST_QMXSTUB +
+                    " migrate --mode s " + a + " >" + root_ + "/out 2>&1";
+  ASSERT_EQ(system(cmd.c_str()), 0) << dmitest::readFile(root_ + "/out");
+  EXPECT_EQ(dmitest::readFile(root_ + "/out"), "migrated   " + a + "\n");
+  // Read back through the library as well as through the built-in copy.
+  static dmapiBinding_t library;
+  std::string error;
+  ASSERT_EQ(dmBindLibrary(QMX_TEST_PROVIDER_SO, &library, &error), 0) << error;
+  uint32_t word = 0;
+  ASSERT_EQ(query(a, &word), 0);
+  EXPECT_EQ(word & 0xFF, dmiRecallStreaming);
+  useRoot(&library);
+  ASSERT_EQ(query(a, &word), 0);
+  EXPECT_EQ(word & 0xFF, dmiRecallStreaming);
+
+  // A library that can't be loaded is a clear failure, and nothing is done.
+  std::string b = makeFile("b");
+  cmd = std::string("QMX_DMAPI_LIB=/nonexistent/libx.so ") + QMX_TEST_QMXSTUB + " migrate " + b +
+        " >" + root_ + "/out 2>&1";
+  EXPECT_NE(system(cmd.c_str()), 0);
+  EXPECT_NE(dmitest::readFile(root_ + "/out").find("ANS9505E"), std::string::npos)
+      << dmitest::readFile(root_ + "/out");
+  EXPECT_EQ(query(b, &word), -1);
 }
 
 }  // namespace
