@@ -89,9 +89,11 @@ int clientOptions::optEnvVarInit() {
     std::string builtIn = psSysPath(api ? kApiDir : kBaDir);
     snprintf(optDir, sizeof(optDir), "%s", builtIn.c_str());
   }
-  // Logs go to QMX_LOG, else to the directory QMX_DIR named; with neither,
-  // to the working directory (the built-in directory is not the user's).
-  if (!takeDir(logDir, sizeof(logDir), envLog) && envDirGiven)
+  // Logs go to QMX_LOG, else beside the option files (the directory QMX_DIR
+  // names, or the client's own); the working directory serves only when
+  // there is no directory at all, so that a command never leaves a log in
+  // the directories it was asked about.
+  if (!takeDir(logDir, sizeof(logDir), envLog))
     snprintf(logDir, sizeof(logDir), "%s", optDir);
   if (logDir[0] == '\0') {
     if (env->pwd != nullptr && *env->pwd)

@@ -373,13 +373,16 @@ TEST(OptEnvironment, DirectoriesAndLogNames) {
     EXPECT_STREQ(o.logDir, "/api/dir");
   }
   {
-    // With no directory at all the logs go to the working directory.
+    // Without QMX_DIR and QMX_LOG the logs stay with the client, never in
+    // the working directory (which may be a directory the command lists).
     EnvVar d("QMX_DIR", nullptr);
     EnvVar l("QMX_LOG", nullptr);
-    EnvVar pwd("PWD", t.path().c_str());
+    EnvVar r("QMX_SYSROOT", t.path().c_str());
+    EnvVar pwd("PWD", "/somewhere/else");
     clientOptions o(ctCLSpaceMGT);
     o.optEnvVarInit();
-    EXPECT_EQ(std::string(o.errorLogName), t.path() + "/qmxerror.log");
+    EXPECT_EQ(std::string(o.errorLogName),
+              t.path() + "/opt/norvik/nqb/client/ba/bin/qmxerror.log");
   }
 }
 

@@ -125,6 +125,25 @@ TEST_F(TempDir, TextFileOpenerReportsWideFilesAndSkipsUtf8Mark) {
   EXPECT_EQ(errno, ENOENT);
 }
 
+TEST_F(TempDir, TextFileOpenerReadsPipesFromTheirFirstByte) {
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  const char text[] = "/a/list/entry\nsecond\n";
+  ASSERT_EQ(write(fds[1], text, sizeof text - 1), static_cast<ssize_t>(sizeof text - 1));
+  close(fds[1]);
+  int wide = -1;
+  FILE* f = utOpenTextFile(("/proc/self/fd/" + std::to_string(fds[0])).c_str(), &wide);
+  ASSERT_NE(f, nullptr);
+  EXPECT_EQ(wide, 0);
+  char buf[64];
+  ASSERT_NE(std::fgets(buf, sizeof buf, f), nullptr);
+  EXPECT_STREQ(buf, "/a/list/entry\n");
+  ASSERT_NE(std::fgets(buf, sizeof buf, f), nullptr);
+  EXPECT_STREQ(buf, "second\n");
+  std::fclose(f);
+  close(fds[0]);
+}
+
 TEST(GetQuotedTokenTest, QuotesBlanksAndLimits) {
   const char* line = "  \"/a b/c\" rest 'x y'";
   char tok[16];

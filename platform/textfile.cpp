@@ -24,10 +24,21 @@ FILE* utOpenTextFile(const char* path, int* isUnicode) {
   }
   if (isUnicode != nullptr) *isUnicode = wide ? 1 : 0;
   if (std::fseek(f, skip, SEEK_SET) != 0) {
-    int e = errno;
-    std::fclose(f);
-    errno = e;
-    return nullptr;
+    if (errno != ESPIPE) {
+      int e = errno;
+      std::fclose(f);
+      errno = e;
+      return nullptr;
+    }
+    // A pipe (a file list given as "<(command)") can't seek: the bytes
+    // looked at go back into the stream instead, the last one first.
+    for (size_t i = n; i > static_cast<size_t>(skip); --i) {
+      if (std::ungetc(bom[i - 1], f) == EOF) {
+        std::fclose(f);
+        errno = EIO;
+        return nullptr;
+      }
+    }
   }
   return f;
 }

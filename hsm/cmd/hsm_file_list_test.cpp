@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "diag/nl.h"
+#include "hsm/cmd/cmd_test_util.h"
 #include "hsm/cmd/hsm_global_cb.h"
 
 namespace {
@@ -16,11 +17,8 @@ namespace {
 class FileListTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    setenv("LC_ALL", "C.UTF-8", 1);
-    const char* b = std::getenv("QMX_BUILD_DIR");
-    std::string dir = std::string(b != nullptr ? b : ".") + "/client/ba/bin";
-    ASSERT_EQ(newNlsGlobalObject(nullptr, 0), 0);
-    ASSERT_EQ(nlinit("EN_US", 10, dir.c_str(), 5, 1, 1, 1, nullptr, nullptr), 0);
+    cmdtest::StartMessages();
+    if (HasFatalFailure()) return;
     char tmpl[] = "/tmp/qmxflist.XXXXXX";
     ASSERT_NE(mkdtemp(tmpl), nullptr);
     dir_ = tmpl;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "diag/nl.h"
+#include "hsm/cmd/cmd_test_util.h"
 #include "hsm/cmd/hsm_global_cb.h"
 #include "options/optobj.h"
 
@@ -17,11 +18,8 @@ namespace {
 class ParseTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    setenv("LC_ALL", "C.UTF-8", 1);
-    const char* b = std::getenv("QMX_BUILD_DIR");
-    std::string dir = std::string(b != nullptr ? b : ".") + "/client/ba/bin";
-    ASSERT_EQ(newNlsGlobalObject(nullptr, 0), 0);
-    ASSERT_EQ(nlinit("EN_US", 10, dir.c_str(), 5, 1, 1, 1, nullptr, nullptr), 0);
+    cmdtest::StartMessages();
+    if (HasFatalFailure()) return;
     opts_ = new clientOptions(ctCLSpaceMGT);
     optionsP = opts_;
     opts_->subdir = 2;
