@@ -304,7 +304,8 @@ int NoSpace::failures = 0;
 decltype(&::dm_set_dmattr) NoSpace::real = nullptr;
 
 TEST_F(FileAttrTest, FullFileSystemGivesBackReserveFilesWhileItHasSome) {
-  dmapiBinding_t table;
+  // The table outlives the test body: TearDown ends the session through it.
+  static dmapiBinding_t table;
   dmBindBuiltIn(&table);
   NoSpace::real = table.set_dmattr;
   table.set_dmattr = NoSpace::setDmattr;

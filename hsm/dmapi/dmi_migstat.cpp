@@ -182,7 +182,6 @@ int dmiGetDMAttrib(dm_sessid_t sid, const xdsm_handle_t& h, dm_token_t token, dm
 
 int dmiSetDMAttrib(dm_sessid_t sid, const xdsm_handle_t& h, dm_token_t token, const dmiInfo& info,
                    int withServerName) {
-  static const char kFn[] = "dmiSetDMAttrib";
   XDSMAPI* x = XDSMAPI::getXDSMAPI();
   unsigned char raw[dmiObjSize];
   dmiEncodeObj(info, raw);
@@ -227,7 +226,6 @@ int dmiSetDMAttrib(dm_sessid_t sid, const xdsm_handle_t& h, dm_token_t token, co
     if (dmiSetServerNameAttrib(sid, token, h, server) != 0)
       x->removeDmattr(sid, h, token, 0, &name);
   }
-  (void)kFn;
   return 0;
 }
 

@@ -135,7 +135,8 @@ void addEvent(std::vector<unsigned char>* buf, dm_eventtype_t type, uint64_t tok
               size_t* lastOff) {
   size_t off = buf->size();
   size_t dataOff = sizeof(dm_eventmsg_t);
-  size_t size = dataOff + sizeof(dm_mount_event_t) + 4000;  // padded: batches are big
+  // Padded (batches are big) and 8-byte aligned, as providers lay them out.
+  size_t size = (dataOff + sizeof(dm_mount_event_t) + 4000 + 7) / 8 * 8;
   buf->resize(off + size);
   dm_eventmsg_t ev{};
   ev.ev_type = type;
@@ -418,6 +419,38 @@ TEST_F(SessionTest, RecoveryAnswersPendingEventsByMode) {
 
   // Nothing to recover is success.
   EXPECT_EQ(dmiRecoverObsoletedSession(0, "rec3", 0), 0);
+}
+
+TEST_F(SessionTest, TraceLinesNameTheProgramAndTheFunction) {
+  delete_TraceObject();
+  new_TraceObject(ctCLSpaceMGT, 0, nullptr);
+  std::string file = root_ + "/trace.out";
+  ASSERT_EQ(trEnable("DMI", 1), 0);
+  ASSERT_EQ(trBegin(file.c_str(), 0), 0);
+  EXPECT_EQ(x_->createSession(0, "early", 0), 0u);
+  state_.version = "VEXA DMAPI 3.10";
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(x_->initService(), 0);
+  testing::internal::GetCapturedStderr();
+  state_.version = "VEXA DMAPI 3.20";
+  ASSERT_EQ(x_->initService(), 1);
+  EXPECT_EQ(x_->initService(), 1);
+  dm_sessid_t found = 0;
+  EXPECT_EQ(dmiGetSidByName("nobody", &found, 0), 0);
+  trClose(1);
+  delete_TraceObject();
+  std::string trace = dmitest::readFile(file);
+  for (const char* line : {
+           "XDSMAPI::haveService: ERROR service not initd\n",
+           "(dmitest:initService): runtime    : VEXA DMAPI 3.10\n",
+           "(dmitest:initService): build on   : VEXA DMAPI 3.20\n",
+           "(dmitest:initService): supported  : VEXA DMAPI 3.40\n",
+           "(dmitest:initService): DMAPI VERSION CHECK FAILED\n",
+           "(dmitest:initService): DMAPI service already initialized\n",
+           "(dmitest:dmiGetSidByName): could not find a valid session for sessionName: nobody, "
+           "sessionId: 0\n",
+       })
+    EXPECT_NE(trace.find(line), std::string::npos) << line << "in:\n" << trace;
 }
 
 // With our real provider: a daemon that died leaves its session, and the

@@ -15,6 +15,7 @@
 #include "hsm/dmapi/dmi_testing.h"
 #include "hsm/dmapi/rdm_client.h"
 #include "hsm/dmapi/rdm_proto.h"
+#include "hsm/dmapi/rxdsmapi.h"
 #include "hsm/dmapi/uxdsmapi.h"
 
 namespace {
@@ -294,6 +295,117 @@ TEST_F(RdmEndToEndTest, AttributeCommandWorksThroughTheDaemon) {
   handleFree(&h);
   EXPECT_EQ(u->destroySession(sid, 0), 1);
   EXPECT_EQ(u->getSID(), 0u);
+}
+
+// Every call gives through the daemon what it gives made directly.
+TEST_F(RdmEndToEndTest, EveryCallAnswersAsTheDirectCallDoes) {
+  dmapiBinding_t dm;
+  dmBindBuiltIn(&dm);
+  FakeDaemon d(&dm);
+  ASSERT_TRUE(d.ok());
+  RXDSMAPI direct(DM_TRUE, &dm);
+  direct.init();
+  ASSERT_EQ(direct.initService(), 1);
+  UXDSMAPI viaDaemon(DM_FALSE);
+  viaDaemon.init();
+  ASSERT_EQ(viaDaemon.initService(), 1);
+  dm_sessid_t sid = viaDaemon.createSession(0, "every-call", 0);
+  ASSERT_NE(sid, 0u);
+  std::string p = makeFile("f", std::string(8192, 'x'));
+  xdsm_handle_t hu, hr;
+  ASSERT_EQ(viaDaemon.pathToHandle(p.c_str(), &hu), 0);
+  ASSERT_EQ(direct.pathToHandle(p.c_str(), &hr), 0);
+  ASSERT_EQ(hu.hlen, hr.hlen);
+  EXPECT_EQ(std::memcmp(hu.hanp, hr.hanp, hu.hlen), 0);
+
+  // Rights, holes, file attributes, data.
+  EXPECT_EQ(viaDaemon.requestRight(sid, hu, DM_NO_TOKEN, DM_RR_WAIT, DM_RIGHT_EXCL), 0);
+  EXPECT_EQ(viaDaemon.releaseRight(sid, hu, DM_NO_TOKEN), 0);
+  EXPECT_EQ(viaDaemon.requestRight(sid, hu, DM_NO_TOKEN, 0x80, DM_RIGHT_EXCL), -1);
+  EXPECT_EQ(errno, EINVAL);
+  dm_off_t roffU = -1, roffR = -2;
+  dm_size_t rlenU = 1, rlenR = 2;
+  int rcU = viaDaemon.probeHole(sid, hu, DM_NO_TOKEN, 4096, 0, &roffU, &rlenU);
+  int rcR = direct.probeHole(sid, hr, DM_NO_TOKEN, 4096, 0, &roffR, &rlenR);
+  EXPECT_EQ(rcU, rcR);
+  EXPECT_EQ(roffU, roffR);
+  EXPECT_EQ(rlenU, rlenR);
+  ASSERT_EQ(viaDaemon.punchHole(sid, hu, DM_NO_TOKEN, roffU, rlenU), 0);
+  char hole[8] = {1};
+  EXPECT_EQ(direct.readInvis(sid, hr, DM_NO_TOKEN, roffU, sizeof hole, hole), 8);
+  EXPECT_EQ(std::memcmp(hole, "\0\0\0\0\0\0\0\0", 8), 0);
+  dm_fileattr_t fa{};
+  fa.fa_mode = 0600;
+  ASSERT_EQ(viaDaemon.setFileAttr(sid, hu, DM_NO_TOKEN, DM_AT_MODE, &fa), 0);
+  dm_stat_t su{}, sr{};
+  ASSERT_EQ(viaDaemon.getFileAttr(sid, hu, DM_NO_TOKEN, DM_AT_STAT, &su), 0);
+  ASSERT_EQ(direct.getFileAttr(sid, hr, DM_NO_TOKEN, DM_AT_STAT, &sr), 0);
+  EXPECT_EQ(su.dt_mode & 07777, 0600u);
+  EXPECT_EQ(su.dt_ino, sr.dt_ino);
+  EXPECT_EQ(su.dt_size, sr.dt_size);
+  char data[16] = {};
+  EXPECT_EQ(viaDaemon.readInvis(sid, hu, DM_NO_TOKEN, 0, 4, data), 4);
+  EXPECT_STREQ(data, "xxxx");
+
+  // Regions.
+  dm_region_t reg{0, 100, DM_REGION_READ, 0};
+  dm_boolean_t exact = DM_FALSE;
+  ASSERT_EQ(viaDaemon.setRegion(sid, hu, DM_NO_TOKEN, 1, &reg, &exact, 0), 0);
+  dm_region_t regs[2] = {};
+  unsigned int n = 0;
+  ASSERT_EQ(viaDaemon.getRegion(sid, hu, DM_NO_TOKEN, 2, regs, &n), 0);
+  ASSERT_EQ(n, 1u);
+  EXPECT_EQ(regs[0].rg_size, 100u);
+  EXPECT_EQ(viaDaemon.getRegion(sid, hu, DM_NO_TOKEN, 0, regs, &n), -1);
+  EXPECT_EQ(errno, E2BIG);
+  EXPECT_EQ(n, 1u);
+
+  // Attributes: too small a buffer reports the length needed.
+  dm_attrname_t an = dmiAttrName("abc");
+  ASSERT_EQ(viaDaemon.setDmattr(sid, hu, DM_NO_TOKEN, &an, 0, 10, "0123456789"), 0);
+  char small[4];
+  size_t rlen = 0;
+  EXPECT_EQ(viaDaemon.getDmattr(sid, hu, DM_NO_TOKEN, &an, sizeof small, small, &rlen), -1);
+  EXPECT_EQ(errno, E2BIG);
+  EXPECT_EQ(rlen, 10u);
+  EXPECT_EQ(viaDaemon.removeDmattr(sid, hu, DM_NO_TOKEN, 0, &an), 0);
+  EXPECT_EQ(direct.getDmattr(sid, hr, DM_NO_TOKEN, &an, sizeof small, small, &rlen), -1);
+  EXPECT_EQ(errno, ENOENT);
+
+  // Events and tokens.
+  dm_token_t token = DM_NO_TOKEN;
+  ASSERT_EQ(viaDaemon.createUserEvent(sid, 5, "hello", &token), 0);
+  dm_token_t tokens[4];
+  ASSERT_EQ(viaDaemon.getAllTokens(sid, 4, tokens, &n), 0);
+  ASSERT_EQ(n, 1u);
+  EXPECT_TRUE(DM_TOKEN_EQ(tokens[0], token));
+  EXPECT_EQ(viaDaemon.getAllTokens(sid, 0, tokens, &n), -1);
+  EXPECT_EQ(errno, E2BIG);
+  EXPECT_EQ(n, 1u);
+  unsigned int cleared = 0;
+  XDSMAPI* previous = XDSMAPI::setXDSMAPI(&viaDaemon);
+  EXPECT_EQ(dmiClearAllEvents(sid, 0, &cleared), 0);
+  XDSMAPI::setXDSMAPI(previous);
+  EXPECT_EQ(cleared, 1u);
+  EXPECT_EQ(viaDaemon.getAllTokens(sid, 4, tokens, &n), 0);
+  EXPECT_EQ(n, 0u);
+  char events[256];
+  EXPECT_EQ(viaDaemon.getEvents(sid, 1, 0, sizeof events, events, &rlen), -1);
+  EXPECT_EQ(errno, EAGAIN);
+
+  // Sessions.
+  dm_sessid_t sids[4];
+  ASSERT_EQ(viaDaemon.getAllSessions(4, sids, &n), 0);
+  EXPECT_EQ(n, 1u);
+  char info[64];
+  ASSERT_EQ(viaDaemon.querySession(sid, sizeof info, info, &rlen), 0);
+  EXPECT_STREQ(info, "every-call");
+  viaDaemon.freeHandle(&hu);
+  EXPECT_EQ(hu.hanp, nullptr);
+  direct.freeHandle(&hr);
+  EXPECT_EQ(viaDaemon.destroySession(sid, 0), 1);
+  EXPECT_EQ(viaDaemon.querySession(sid, sizeof info, info, &rlen), -1);
+  EXPECT_EQ(errno, EINVAL);
 }
 
 }  // namespace

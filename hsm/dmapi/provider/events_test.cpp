@@ -1,5 +1,6 @@
 #include <errno.h>
 #include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -32,6 +33,20 @@ TEST_F(EventsTest, ServiceReportsItsVersion) {
   ASSERT_EQ(qmxdm_init_service(&version), 0);
   ASSERT_NE(version, nullptr);
   EXPECT_STREQ(version, "VEXA DMAPI 3.40");
+}
+
+TEST_F(EventsTest, ServiceIsRootsOnly) {
+  // Other users reach DM attributes through the root daemon only.
+  pid_t pid = fork();
+  ASSERT_GE(pid, 0);
+  if (pid == 0) {
+    if (setgid(65534) != 0 || setuid(65534) != 0) _exit(2);
+    char* version = nullptr;
+    _exit(qmxdm_init_service(&version) == -1 && errno == EPERM && version == nullptr ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(pid, &status, 0), pid);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
 
 TEST_F(EventsTest, NoEventIsEverPending) {
@@ -111,7 +126,7 @@ TEST_F(EventsTest, UserEventTokensLiveUntilAnswered) {
   EXPECT_EQ(qmxdm_destroy_session(sid_), 0);
 }
 
-TEST_F(EventsTest, RightsWithoutATokenCheckTheFile) {
+TEST_F(EventsTest, RightsWithoutATokenHoldNothing) {
   std::string p = makeFile("f");
   void* h;
   size_t hl;
@@ -120,9 +135,20 @@ TEST_F(EventsTest, RightsWithoutATokenCheckTheFile) {
   EXPECT_EQ(qmxdm_release_right(sid_, h, hl, DM_NO_TOKEN), 0);
   EXPECT_EQ(qmxdm_request_right(sid_, h, hl, DM_NO_TOKEN, 0, static_cast<dm_right_t>(7)), -1);
   EXPECT_EQ(errno, EINVAL);
-  ASSERT_EQ(unlink(p.c_str()), 0);
-  EXPECT_EQ(qmxdm_request_right(sid_, h, hl, DM_NO_TOKEN, 0, DM_RIGHT_SHARED), -1);
+  EXPECT_EQ(qmxdm_request_right(sid_, h, hl, DM_NO_TOKEN, 0x10, DM_RIGHT_SHARED), -1);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(qmxdm_request_right(sid_, h, hl - 1, DM_NO_TOKEN, 0, DM_RIGHT_SHARED), -1);
   EXPECT_EQ(errno, EBADF);
+
+  // Under a token the file itself must still be there.
+  char msg[] = "m";
+  dm_token_t t;
+  ASSERT_EQ(qmxdm_create_userevent(sid_, 1, msg, &t), 0);
+  ASSERT_EQ(unlink(p.c_str()), 0);
+  EXPECT_EQ(qmxdm_request_right(sid_, h, hl, DM_NO_TOKEN, 0, DM_RIGHT_SHARED), 0);
+  EXPECT_EQ(qmxdm_request_right(sid_, h, hl, t, 0, DM_RIGHT_SHARED), -1);
+  EXPECT_EQ(errno, EBADF);
+  EXPECT_EQ(qmxdm_respond_event(sid_, t, DM_RESP_CONTINUE, 0, 0, nullptr), 0);
   qmxdm_handle_free(h, hl);
 }
 
