@@ -52,28 +52,43 @@ int readPending(XDSMAPI* x, dm_sessid_t sid, std::vector<std::vector<unsigned ch
   }
 }
 
+// Calls |fn|(event, bytes from the event to the end of its batch) for each
+// event of every batch.  A link that leaves its batch ends the batch: a
+// provider's bad link must not make us read past the buffer.
 template <typename Fn>
 void forEachEvent(std::vector<std::vector<unsigned char>>& batches, Fn fn) {
   for (std::vector<unsigned char>& b : batches) {
-    if (b.size() < sizeof(dm_eventmsg_t)) continue;
-    for (dm_eventmsg_t* ev = reinterpret_cast<dm_eventmsg_t*>(b.data()); ev != nullptr;
-         ev = DM_STEP_TO_NEXT(ev, dm_eventmsg_t*))
-      fn(ev);
+    size_t off = 0;
+    while (off + sizeof(dm_eventmsg_t) <= b.size()) {
+      dm_eventmsg_t* ev = reinterpret_cast<dm_eventmsg_t*>(b.data() + off);
+      fn(ev, b.size() - off);
+      if (ev->_link <= 0) break;
+      off += static_cast<size_t>(ev->_link);
+    }
   }
+}
+
+// Whether the mount event |ev| (|room| bytes to the end of its batch) comes
+// from a remote node.
+bool remoteMount(const dm_eventmsg_t* ev, size_t room) {
+  if (ev->ev_data.vd_offset < 0 ||
+      static_cast<size_t>(ev->ev_data.vd_offset) + sizeof(dm_mount_event_t) > room)
+    return false;
+  dm_mount_event_t me;
+  std::memcpy(&me, reinterpret_cast<const char*>(ev) + ev->ev_data.vd_offset, sizeof me);
+  return (me.me_mode & DM_MOUNT_REMOTE) != 0;
 }
 
 // Answers one event that is not a mount (or a mount in the classic
 // strategy's single pass after the first answer).  Data events stay
 // pending for the session's new owner.
-void answerOther(XDSMAPI* x, dm_sessid_t sid, dm_eventmsg_t* ev) {
+void answerOther(XDSMAPI* x, dm_sessid_t sid, dm_eventmsg_t* ev, size_t room) {
   char text[dmiTextBufSize];
   switch (ev->ev_type) {
-    case DM_EVENT_MOUNT: {
-      const dm_mount_event_t* me = DM_GET_VALUE(ev, ev_data, const dm_mount_event_t*);
-      bool remote = (me->me_mode & DM_MOUNT_REMOTE) != 0;
-      x->respondEvent(sid, ev->ev_token, remote ? DM_RESP_DONTCARE : DM_RESP_CONTINUE, 0);
+    case DM_EVENT_MOUNT:
+      x->respondEvent(sid, ev->ev_token,
+                      remoteMount(ev, room) ? DM_RESP_DONTCARE : DM_RESP_CONTINUE, 0);
       break;
-    }
     case DM_EVENT_READ:
     case DM_EVENT_WRITE:
     case DM_EVENT_TRUNCATE:
@@ -147,11 +162,11 @@ int dmiRecoverObsoletedSession(dm_sessid_t /*sid*/, const char* name, int reuse)
     // Classic: one pass; mounts are refused, the rest answered as usual,
     // then the session is given up.
     readPending(x, sid, &batches, true);
-    forEachEvent(batches, [&](dm_eventmsg_t* ev) {
+    forEachEvent(batches, [&](dm_eventmsg_t* ev, size_t room) {
       if (ev->ev_type == DM_EVENT_MOUNT)
         x->respondEvent(sid, ev->ev_token, DM_RESP_ABORT, EACCES);
       else
-        answerOther(x, sid, ev);
+        answerOther(x, sid, ev, room);
     });
     dropOldSession(x, sid);
     return 0;
@@ -159,8 +174,10 @@ int dmiRecoverObsoletedSession(dm_sessid_t /*sid*/, const char* name, int reuse)
   if (readPending(x, sid, &batches, false) != 0 && errno == ENOMEM) return -1;
   DMI_TRACE(DMI_TR_ON, kFn, "START 1. loop cycle - mount event only - on session %s\n",
             dmiSessionIDToString(sid, text));
-  forEachEvent(batches, [&](dm_eventmsg_t* ev) {
-    if (ev->ev_type != DM_EVENT_MOUNT) return;
+  // The first pass answers the mounts of this node; a remote node's mount
+  // is left to the second pass, which doesn't care about it.
+  forEachEvent(batches, [&](dm_eventmsg_t* ev, size_t room) {
+    if (ev->ev_type != DM_EVENT_MOUNT || remoteMount(ev, room)) return;
     if (reuse) {
       DMI_TRACE(DMI_TR_ON, kFn, "SESSION REUSE : Respond OK to MOUNT EVENT on session : %s\n",
                 text);
@@ -172,8 +189,8 @@ int dmiRecoverObsoletedSession(dm_sessid_t /*sid*/, const char* name, int reuse)
     }
   });
   DMI_TRACE(DMI_TR_ON, kFn, "START 2. loop cycle - all other events - on session %s\n", text);
-  forEachEvent(batches, [&](dm_eventmsg_t* ev) {
-    if (ev->ev_type != DM_EVENT_MOUNT) answerOther(x, sid, ev);
+  forEachEvent(batches, [&](dm_eventmsg_t* ev, size_t room) {
+    if (ev->ev_type != DM_EVENT_MOUNT || remoteMount(ev, room)) answerOther(x, sid, ev, room);
   });
   if (!reuse) dropOldSession(x, sid);
   return 0;

@@ -252,11 +252,15 @@ int dmiClearAllEvents(dm_sessid_t sid, int /*flag*/, unsigned int* count) {
       if (errno != EAGAIN) rc = -1;
       break;
     }
-    for (const dm_eventmsg_t* ev = reinterpret_cast<const dm_eventmsg_t*>(buf.data());
-         ev != nullptr; ev = DM_STEP_TO_NEXT(ev, const dm_eventmsg_t*)) {
+    // Links that leave the returned bytes end the batch.
+    size_t off = 0;
+    while (off + sizeof(dm_eventmsg_t) <= rlen && off + sizeof(dm_eventmsg_t) <= buf.size()) {
+      const dm_eventmsg_t* ev = reinterpret_cast<const dm_eventmsg_t*>(buf.data() + off);
       if (!DM_TOKEN_EQ(ev->ev_token, DM_NO_TOKEN) &&
           x->respondEvent(sid, ev->ev_token, DM_RESP_ABORT, EINTR) == 0)
         ++cleared;
+      if (ev->_link <= 0) break;
+      off += static_cast<size_t>(ev->_link);
     }
   }
   // Then every token still outstanding on the session.

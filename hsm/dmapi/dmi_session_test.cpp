@@ -383,6 +383,10 @@ TEST_F(SessionTest, RecoveryAnswersPendingEventsByMode) {
   addEvent(&state_.events, DM_EVENT_READ, 2, 0, &last);
   addEvent(&state_.events, DM_EVENT_PREUNMOUNT, 3, 0, &last);
   addEvent(&state_.events, DM_EVENT_USER, 4, 0, &last);
+  addEvent(&state_.events, DM_EVENT_MOUNT, 5, DM_MOUNT_REMOTE, &last);
+  // A last link that leaves the batch ends it.
+  int32_t stray = 1 << 20;
+  std::memcpy(state_.events.data() + last, &stray, sizeof stray);
 
   // Classic strategy: mounts refused, the rest as usual, old session gone.
   state_.sessions = {{0x77, "rec3"}};
@@ -390,13 +394,14 @@ TEST_F(SessionTest, RecoveryAnswersPendingEventsByMode) {
   std::vector<std::pair<uint64_t, dm_response_t>> got;
   for (auto& r : state_.responses) got.emplace_back(r.first.low, r.second);
   std::vector<std::pair<uint64_t, dm_response_t>> want = {
-      {1, DM_RESP_ABORT}, {3, DM_RESP_ABORT}, {4, DM_RESP_ABORT}};
+      {1, DM_RESP_ABORT}, {3, DM_RESP_ABORT}, {4, DM_RESP_ABORT}, {5, DM_RESP_ABORT}};
   EXPECT_EQ(got, want);
   EXPECT_EQ(state_.lastOld, 0x77u);
   EXPECT_TRUE(state_.sessions.empty());
 
-  // Reuse-capable strategy in reuse mode: mounts accepted, data events
-  // left pending, the session kept as this process's.
+  // Reuse-capable strategy in reuse mode: local mounts accepted, remote
+  // ones of no concern, data events left pending, the session kept as this
+  // process's.
   opts_->hsmProgressiveDaemonStart = 1;
   state_.sessions = {{0x78, "rec3"}};
   state_.eventsTaken = false;
@@ -404,7 +409,7 @@ TEST_F(SessionTest, RecoveryAnswersPendingEventsByMode) {
   ASSERT_EQ(dmiRecoverObsoletedSession(0, "rec3", 1), 0);
   got.clear();
   for (auto& r : state_.responses) got.emplace_back(r.first.low, r.second);
-  want = {{1, DM_RESP_CONTINUE}, {3, DM_RESP_ABORT}, {4, DM_RESP_ABORT}};
+  want = {{1, DM_RESP_CONTINUE}, {3, DM_RESP_ABORT}, {4, DM_RESP_ABORT}, {5, DM_RESP_DONTCARE}};
   EXPECT_EQ(got, want);
   EXPECT_EQ(x_->getSID(), 0x78u);
   EXPECT_EQ(state_.sessions.size(), 1u);

@@ -47,6 +47,16 @@ int connectDaemon() {
     errno = err;
     return -1;
   }
+  // Only root's daemon may answer DMAPI calls (or a process of our own
+  // user, who can fool nobody but himself).
+  struct ucred peer {};
+  socklen_t len = sizeof peer;
+  if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &len) != 0 ||
+      (peer.uid != 0 && peer.uid != getuid())) {
+    close(fd);
+    errno = EACCES;
+    return -1;
+  }
   return fd;
 }
 

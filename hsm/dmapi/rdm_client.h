@@ -4,7 +4,8 @@
 //
 // Every call returns what the daemon's call returned (0, -1, a count) with
 // errno set from it; and -1 with errno EACCES when the daemon can't be
-// reached, answers with a wrong confirmation key, a wrong call, a malformed
+// reached, is not run by root (or by the caller's own user), answers with
+// a wrong confirmation key, a wrong call, a malformed
 // or wrongly sized reply, or refuses the request.  While the daemon answers
 // "busy" (status EAGAIN) the call is repeated up to the pool size (32, or
 // the test setting DMISESSIONPOOLSIZE) with the pool time (200000 us, or

@@ -2,7 +2,9 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -232,6 +234,41 @@ TEST_F(RdmClientTest, UntrustworthyRepliesAndAnAbsentDaemonAreAccessErrors) {
   d.mode = FakeDaemon::kWrongKey;
   EXPECT_EQ(u->initService(), 0);
   EXPECT_EQ(errno, EPERM) << "EACCES is reported as missing permission";
+}
+
+TEST_F(RdmClientTest, DaemonOfAnotherUserIsNotBelieved) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to run a daemon as another user";
+  std::string path = rdmSocketPath();
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    // Listens as "nobody" and serves one connection honestly.
+    int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+    struct sockaddr_un addr {};
+    addr.sun_family = AF_UNIX;
+    std::strncpy(addr.sun_path, path.c_str(), sizeof addr.sun_path - 1);
+    if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
+        chmod(path.c_str(), 0777) != 0 || setgid(65534) != 0 || setuid(65534) != 0 ||
+        listen(fd, 1) != 0)
+      _exit(1);
+    char c = 'L';
+    if (write(ready[1], &c, 1) != 1) _exit(2);
+    int conn = accept(fd, nullptr, nullptr);
+    if (conn >= 0) rdmServeConnection(conn, dm_);
+    _exit(0);
+  }
+  char c = 0;
+  ASSERT_EQ(read(ready[0], &c, 1), 1);
+  char version[64];
+  EXPECT_EQ(rdmInitService(version, sizeof version), -1);
+  EXPECT_EQ(errno, EACCES);
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  close(ready[0]);
+  close(ready[1]);
 }
 
 // The whole path of a user who is not root: access object, protocol and a
