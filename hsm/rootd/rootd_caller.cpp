@@ -1,0 +1,136 @@
+#include "hsm/rootd/rootd_caller.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+int rtdPeerCaller(int fd, rtdCaller_t* out) {
+  struct ucred cred;
+  socklen_t len = sizeof cred;
+  if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0) return -1;
+  out->pid = cred.pid;
+  out->uid = cred.uid;
+  out->gid = cred.gid;
+  out->groups.assign(16, 0);
+  for (;;) {
+    socklen_t glen = static_cast<socklen_t>(out->groups.size() * sizeof(gid_t));
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, out->groups.data(), &glen) == 0) {
+      out->groups.resize(glen / sizeof(gid_t));
+      return 0;
+    }
+    // ERANGE tells the size needed; anything else leaves the caller with
+    // its primary group only, which can only narrow what it may reach.
+    if (errno != ERANGE || glen / sizeof(gid_t) <= out->groups.size()) {
+      out->groups.clear();
+      return 0;
+    }
+    out->groups.resize(glen / sizeof(gid_t));
+  }
+}
+
+namespace {
+
+// The raw system calls: the C library's wrappers of setgroups would switch
+// every thread of the process.
+long setFsUid(uid_t u) {
+  return syscall(SYS_setfsuid, u);
+}
+long setFsGid(gid_t g) {
+  return syscall(SYS_setfsgid, g);
+}
+long setGroups(const std::vector<gid_t>& g) {
+  return syscall(SYS_setgroups, g.size(), g.empty() ? nullptr : g.data());
+}
+
+// The thread's own identity, put back by the destructor.
+class FsIdentity {
+ public:
+  FsIdentity() {
+    int n = getgroups(0, nullptr);
+    if (n > 0) {
+      saved_.resize(static_cast<size_t>(n));
+      n = getgroups(n, saved_.data());
+      saved_.resize(n > 0 ? static_cast<size_t>(n) : 0);
+    }
+    uid_ = static_cast<uid_t>(setFsUid(static_cast<uid_t>(-1)));
+    gid_ = static_cast<gid_t>(setFsGid(static_cast<gid_t>(-1)));
+  }
+  ~FsIdentity() {
+    setFsUid(uid_);
+    setFsGid(gid_);
+    setGroups(saved_);
+  }
+  // Becomes |c|; true when the kernel confirms it.
+  bool become(const rtdCaller_t& c) {
+    if (setGroups(c.groups) != 0) return false;
+    setFsGid(c.gid);
+    setFsUid(c.uid);
+    return static_cast<uid_t>(setFsUid(static_cast<uid_t>(-1))) == c.uid &&
+           static_cast<gid_t>(setFsGid(static_cast<gid_t>(-1))) == c.gid;
+  }
+
+ private:
+  std::vector<gid_t> saved_;
+  uid_t uid_;
+  gid_t gid_;
+};
+
+}  // namespace
+
+int rtdOpenAsCaller(const rtdCaller_t& caller, const char* path, int flags) {
+  int fd;
+  int err;
+  {
+    FsIdentity self;
+    if (!self.become(caller)) {
+      errno = EPERM;
+      return -1;
+    }
+    fd = open(path, flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    err = errno;
+  }
+  errno = err;
+  return fd;
+}
+
+unsigned long long rtdProcessStartTime(pid_t pid) {
+  char name[64];
+  std::snprintf(name, sizeof name, "/proc/%d/stat", static_cast<int>(pid));
+  int fd = open(name, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return 0;
+  char buf[1024];
+  ssize_t n = read(fd, buf, sizeof buf - 1);
+  close(fd);
+  if (n <= 0) return 0;
+  buf[n] = '\0';
+  // The command name in parentheses may hold blanks and ')'; the fields
+  // count from the last ')'.  Field 3 (state) follows it; 22 is the start.
+  char* p = std::strrchr(buf, ')');
+  if (p == nullptr) return 0;
+  ++p;
+  for (int field = 3; field < 22; ++field) {
+    p = std::strchr(p + 1, ' ');
+    if (p == nullptr) return 0;
+  }
+  return std::strtoull(p + 1, nullptr, 10);
+}
+
+std::string rtdPrintable(const char* text) {
+  std::string out;
+  if (text == nullptr) return out;
+  for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p != 0; ++p) {
+    if (*p < 0x20 || *p == 0x7F || *p == '\\') {
+      char esc[8];
+      std::snprintf(esc, sizeof esc, "\\x%02X", *p);
+      out += esc;
+    } else {
+      out += static_cast<char>(*p);
+    }
+  }
+  return out;
+}
