@@ -2,8 +2,10 @@
 // DMAPI calls made by the root daemon, over the Unix-domain stream socket
 // psSysPath("/run/qmxrootd.sock").
 //
-// One connection carries one call: the client connects, writes a request,
-// reads the reply and closes.  All integers are little-endian.
+// A connection carries one call after another: the client writes a
+// request and reads its reply, as often as it likes, and closes.  The
+// daemon may close a connection that sits idle.  All integers are
+// little-endian.
 //
 // Request:  u32 magic "QRDM" (rdmMagic)   u16 version (1)   u16 call
 //           u64 confirmation key          u32 payload length   payload
