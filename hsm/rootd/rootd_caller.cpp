@@ -47,52 +47,59 @@ long setGroups(const std::vector<gid_t>& g) {
   return syscall(SYS_setgroups, g.size(), g.empty() ? nullptr : g.data());
 }
 
-// The thread's own identity, put back by the destructor.
-class FsIdentity {
- public:
-  FsIdentity() {
+// The daemon's own file-system identity, taken once: no thread keeps
+// another one for longer than an rtdCallerFs lives.
+struct OwnIdentity {
+  uid_t uid;
+  gid_t gid;
+  std::vector<gid_t> groups;
+};
+
+const OwnIdentity& own() {
+  static const OwnIdentity id = [] {
+    OwnIdentity o;
     int n = getgroups(0, nullptr);
     if (n > 0) {
-      saved_.resize(static_cast<size_t>(n));
-      n = getgroups(n, saved_.data());
-      saved_.resize(n > 0 ? static_cast<size_t>(n) : 0);
+      o.groups.resize(static_cast<size_t>(n));
+      n = getgroups(n, o.groups.data());
+      o.groups.resize(n > 0 ? static_cast<size_t>(n) : 0);
     }
-    uid_ = static_cast<uid_t>(setFsUid(static_cast<uid_t>(-1)));
-    gid_ = static_cast<gid_t>(setFsGid(static_cast<gid_t>(-1)));
-  }
-  ~FsIdentity() {
-    setFsUid(uid_);
-    setFsGid(gid_);
-    setGroups(saved_);
-  }
-  // Becomes |c|; true when the kernel confirms it.
-  bool become(const rtdCaller_t& c) {
-    if (setGroups(c.groups) != 0) return false;
-    setFsGid(c.gid);
-    setFsUid(c.uid);
-    return static_cast<uid_t>(setFsUid(static_cast<uid_t>(-1))) == c.uid &&
-           static_cast<gid_t>(setFsGid(static_cast<gid_t>(-1))) == c.gid;
-  }
-
- private:
-  std::vector<gid_t> saved_;
-  uid_t uid_;
-  gid_t gid_;
-};
+    o.uid = static_cast<uid_t>(setFsUid(static_cast<uid_t>(-1)));
+    o.gid = static_cast<gid_t>(setFsGid(static_cast<gid_t>(-1)));
+    return o;
+  }();
+  return id;
+}
 
 }  // namespace
 
+rtdCallerFs::rtdCallerFs(const rtdCaller_t& c) {
+  own();
+  ok_ = setGroups(c.groups) == 0;
+  if (!ok_) return;
+  setFsGid(c.gid);
+  setFsUid(c.uid);
+  // setfsuid answers with the previous value: asking again confirms.
+  ok_ = static_cast<uid_t>(setFsUid(static_cast<uid_t>(-1))) == c.uid &&
+        static_cast<gid_t>(setFsGid(static_cast<gid_t>(-1))) == c.gid;
+}
+
+rtdCallerFs::~rtdCallerFs() {
+  const OwnIdentity& o = own();
+  setFsUid(o.uid);
+  setFsGid(o.gid);
+  setGroups(o.groups);
+}
+
 int rtdOpenAsCaller(const rtdCaller_t& caller, const char* path, int flags) {
-  int fd;
-  int err;
+  int fd = -1;
+  int err = EPERM;
   {
-    FsIdentity self;
-    if (!self.become(caller)) {
-      errno = EPERM;
-      return -1;
+    rtdCallerFs as(caller);
+    if (as.ok()) {
+      fd = open(path, flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+      err = errno;
     }
-    fd = open(path, flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-    err = errno;
   }
   errno = err;
   return fd;

@@ -28,6 +28,22 @@ struct rtdCaller_t {
 // Returns 0, or -1 with errno.
 int rtdPeerCaller(int fd, rtdCaller_t* out);
 
+// While it lives, the calling thread looks at files as |caller| (its
+// fsuid, fsgid and supplementary groups); the destructor gives the thread
+// the daemon's own identity back.  ok() is false when the kernel did not
+// take the switch (nothing should be opened then).
+class rtdCallerFs {
+ public:
+  explicit rtdCallerFs(const rtdCaller_t& caller);
+  ~rtdCallerFs();
+  rtdCallerFs(const rtdCallerFs&) = delete;
+  rtdCallerFs& operator=(const rtdCallerFs&) = delete;
+  bool ok() const { return ok_; }
+
+ private:
+  bool ok_;
+};
+
 // Opens |path| (absolute) as |caller| would, with |flags| (O_CLOEXEC,
 // O_NOCTTY and O_NONBLOCK are added).  Returns the descriptor, or -1 with
 // the errno of the open (EACCES when the caller may not).  Thread-safe; a

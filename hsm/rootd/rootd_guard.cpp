@@ -102,26 +102,40 @@ class FileGate {
  private:
   int openAs(const char* call, const char* path, Need need) {
     const rtdCaller_t& c = *ctx().caller;
-    fd_ = rtdOpenAsCaller(c, path, O_PATH);
-    if (fd_ < 0) return failOpen(call, path);
-    struct stat st;
-    if (fstat(fd_, &st) != 0) return -1;
-    if (need == kOwn && st.st_uid != c.uid) return refuse(call, rtdPrintable(path), EPERM);
-    if (need == kRead) {
-      // Reopening through the descriptor checks the caller's read
-      // permission on exactly this inode.  Only plain files and directories
-      // are opened: opening a device or a pipe can act on it.
-      if (!S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode)) {
-        if (st.st_uid != c.uid) return refuse(call, rtdPrintable(path), EACCES);
-      } else {
+    struct statx stx;
+    int err = 0;
+    bool mayRead = true;
+    {
+      // Everything that depends on the caller's rights under one switch.
+      rtdCallerFs as(c);
+      if (!as.ok()) return refuse(call, rtdPrintable(path), EPERM);
+      fd_ = ::open(path, O_PATH | O_CLOEXEC);
+      if (fd_ < 0) {
+        err = errno;
+      } else if (statx(fd_, "", AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &stx) != 0) {
+        err = errno;
+      } else if (need == kRead && (S_ISREG(stx.stx_mode) || S_ISDIR(stx.stx_mode))) {
+        // Reopening through the descriptor checks the caller's read
+        // permission on exactly this inode.  Only plain files and
+        // directories are opened: opening a device or a pipe can act on it.
         char self[64];
         std::snprintf(self, sizeof self, "/proc/self/fd/%d", fd_);
-        int rd = rtdOpenAsCaller(c, self, O_RDONLY);
-        if (rd < 0) return failOpen(call, path);
-        close(rd);
+        int rd = ::open(self, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+        if (rd >= 0)
+          close(rd);
+        else
+          err = errno;
+      } else if (need == kRead) {
+        mayRead = stx.stx_uid == c.uid;
       }
     }
-    if (hanp_ != nullptr && checkIdentity() != 0) return -1;
+    if (err != 0) {
+      errno = err;
+      return failOpen(call, path);
+    }
+    if (!mayRead) return refuse(call, rtdPrintable(path), EACCES);
+    if (need == kOwn && stx.stx_uid != c.uid) return refuse(call, rtdPrintable(path), EPERM);
+    if (hanp_ != nullptr && checkIdentity(stx) != 0) return -1;
     return 0;
   }
 
@@ -133,21 +147,30 @@ class FileGate {
     return -1;
   }
 
-  // The opened file must be the handle's; then the call goes through the
-  // descriptor when the handle is one of ours.
-  int checkIdentity() {
-    const dmapiBinding_t& dm = real();
-    void* fh = nullptr;
-    size_t fl = 0;
-    if (dm.fd_to_handle(fd_, &fh, &fl) != 0) return -1;
-    int cmp = dm.handle_cmp(fh, fl, hanp_, hlen_);
-    dm.handle_free(fh, fl);
-    if (cmp != 0) {
+  // The opened file (status |stx|) must be the handle's; then the call goes
+  // through the descriptor when the handle is one of ours.
+  int checkIdentity(const struct statx& stx) {
+    qdmHandle_t h;
+    if (qdmHandleDecode(hanp_, hlen_, &h) != 0) {
+      // Another provider's handle: its own comparison decides.
+      const dmapiBinding_t& dm = real();
+      void* fh = nullptr;
+      size_t fl = 0;
+      if (dm.fd_to_handle(fd_, &fh, &fl) != 0) return -1;
+      int cmp = dm.handle_cmp(fh, fl, hanp_, hlen_);
+      dm.handle_free(fh, fl);
+      if (cmp != 0) {
+        errno = EBADF;  // the path now names another file
+        return -1;
+      }
+      return 0;
+    }
+    qdmIdentity_t id;
+    qdmIdentityFromStatx(stx, &id);
+    if (!qdmSameFile(id, h.id)) {
       errno = EBADF;  // the path now names another file
       return -1;
     }
-    qdmHandle_t h;
-    if (qdmHandleDecode(hanp_, hlen_, &h) != 0) return 0;
     char self[64];
     int n = std::snprintf(self, sizeof self, "/proc/self/fd/%d", fd_);
     void* sub = nullptr;
