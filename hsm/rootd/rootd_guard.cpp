@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -53,6 +54,30 @@ bool mayUseSession(dm_sessid_t sid) {
 
 enum Need { kReach, kRead, kOwn };
 
+// Whether the thread's file-system identity could open the file of the
+// O_PATH descriptor |fd| for reading (ACLs included), without opening it:
+// opening a device or a pipe can act on it.  faccessat2 with AT_EACCESS
+// checks with the file-system ids; the C library's fallback for kernels
+// without it would use the effective ids, so on those the file is
+// reopened through its descriptor instead, plain files and directories
+// only.
+bool mayOpenForReading(int fd) {
+  if (syscall(SYS_faccessat2, fd, "", R_OK, AT_EACCESS | AT_EMPTY_PATH) == 0) return true;
+  if (errno != ENOSYS) return false;
+  struct stat st;
+  if (fstat(fd, &st) != 0) return false;
+  if (!S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode)) {
+    errno = EACCES;
+    return false;
+  }
+  char self[64];
+  std::snprintf(self, sizeof self, "/proc/self/fd/%d", fd);
+  int rd = ::open(self, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (rd < 0) return false;
+  close(rd);
+  return true;
+}
+
 // The file of a handle, opened as the caller and checked to be that file;
 // the handle to make the call with.
 class FileGate {
@@ -98,13 +123,14 @@ class FileGate {
     return openAs(call, path, need);
   }
   int fd() const { return fd_; }
+  // The opened file's status (after a successful open).
+  const struct statx& status() const { return stx_; }
 
  private:
   int openAs(const char* call, const char* path, Need need) {
     const rtdCaller_t& c = *ctx().caller;
-    struct statx stx;
+    struct statx& stx = stx_;
     int err = 0;
-    bool mayRead = true;
     {
       // Everything that depends on the caller's rights under one switch.
       rtdCallerFs as(c);
@@ -114,26 +140,14 @@ class FileGate {
         err = errno;
       } else if (statx(fd_, "", AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &stx) != 0) {
         err = errno;
-      } else if (need == kRead && (S_ISREG(stx.stx_mode) || S_ISDIR(stx.stx_mode))) {
-        // Reopening through the descriptor checks the caller's read
-        // permission on exactly this inode.  Only plain files and
-        // directories are opened: opening a device or a pipe can act on it.
-        char self[64];
-        std::snprintf(self, sizeof self, "/proc/self/fd/%d", fd_);
-        int rd = ::open(self, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-        if (rd >= 0)
-          close(rd);
-        else
-          err = errno;
-      } else if (need == kRead) {
-        mayRead = stx.stx_uid == c.uid;
+      } else if (need == kRead && !mayOpenForReading(fd_)) {
+        err = errno;
       }
     }
     if (err != 0) {
       errno = err;
       return failOpen(call, path);
     }
-    if (!mayRead) return refuse(call, rtdPrintable(path), EACCES);
     if (need == kOwn && stx.stx_uid != c.uid) return refuse(call, rtdPrintable(path), EPERM);
     if (hanp_ != nullptr && checkIdentity(stx) != 0) return -1;
     return 0;
@@ -183,6 +197,7 @@ class FileGate {
   }
 
   int fd_ = -1;
+  struct statx stx_ = {};
   void* hanp_ = nullptr;
   size_t hlen_ = 0;
   void* sub_ = nullptr;
@@ -257,12 +272,19 @@ int gPathToHandle(char* path, void** hanpp, size_t* hlenp) {
   if (real().path_to_handle(path, hanpp, hlenp) != 0) return -1;
   // The handle must be of the file the caller reached, not of one swapped
   // in after the check.
-  void* fh = nullptr;
-  size_t fl = 0;
   int cmp = -1;
-  if (real().fd_to_handle(g.fd(), &fh, &fl) == 0) {
-    cmp = real().handle_cmp(fh, fl, *hanpp, *hlenp);
-    real().handle_free(fh, fl);
+  qdmHandle_t h;
+  if (qdmHandleDecode(*hanpp, *hlenp, &h) == 0) {
+    qdmIdentity_t id;
+    qdmIdentityFromStatx(g.status(), &id);
+    cmp = qdmSameFile(id, h.id) ? 0 : 1;
+  } else {
+    void* fh = nullptr;
+    size_t fl = 0;
+    if (real().fd_to_handle(g.fd(), &fh, &fl) == 0) {
+      cmp = real().handle_cmp(fh, fl, *hanpp, *hlenp);
+      real().handle_free(fh, fl);
+    }
   }
   if (cmp != 0) {
     real().handle_free(*hanpp, *hlenp);

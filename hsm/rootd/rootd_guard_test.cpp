@@ -279,3 +279,33 @@ TEST_F(GuardTest, SessionsBelongToTheProcessThatCreatedThem) {
 }
 
 }  // namespace
+
+namespace {
+
+// Read permission is judged without opening the file: a pipe nobody
+// writes to is neither opened nor waited on.
+TEST_F(GuardTest, PipesAreJudgedByTheirModeNeverOpened) {
+  std::string closedPipe = box_.path("closed.fifo");
+  std::string openPipe = box_.path("open.fifo");
+  ASSERT_EQ(mkfifo(closedPipe.c_str(), 0600), 0);
+  ASSERT_EQ(mkfifo(openPipe.c_str(), 0644), 0);
+  auto closedHandle = handleOf(dm_, closedPipe);
+  auto openHandle = handleOf(dm_, openPipe);
+  ASSERT_FALSE(closedHandle.empty());
+  std::string got = runAs(kNobody, [&] {
+    dm_sessid_t s = newSession(sock_);
+    std::string r;
+    for (const auto* h : {&closedHandle, &openHandle}) {
+      rdmWriter w;
+      fileArgs(w, *h, s);
+      w.name(attrName("KVRObj"));
+      w.u64(64);
+      r += outcome(sock_, rdmGetDmattrCall, w) + " ";
+    }
+    return r;
+  });
+  // The readable pipe has no attribute: the provider's own answer.
+  EXPECT_EQ(got, "-1/13 -1/" + std::to_string(ENOENT) + " ");
+}
+
+}  // namespace
