@@ -65,6 +65,8 @@ class rtdServer {
 
   // Connections being served now (tests and trace).
   int activeClients() const { return active_.load(); }
+  // Connections being told "busy" now.
+  int busyClients() const { return busy_.load(); }
   const rtdSessionTable& sessions() const { return sessions_; }
 
  private:
