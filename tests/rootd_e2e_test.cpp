@@ -281,3 +281,26 @@ TEST_F(RootdTest, SecondDaemonLeavesTheFirstInPlace) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(RootdTest, DetachedDaemonServesUntilSigterm) {
+  RunOptions o;
+  o.env["QMX_LOG"] = rootLogs_;
+  RunResult start = sb_.runClient("hsm/bin/qmxrootd", {"-d", "-c", "4"}, o);
+  ASSERT_EQ(start.status, 0) << start.out << start.err;
+  EXPECT_NE(start.out.find("ANS9580I"), std::string::npos) << start.out;
+  EXPECT_NE(start.out.find("up to 4 clients"), std::string::npos) << start.out;
+  // The parent has gone; the detached daemon answers.
+  pid_t pid = daemonPid();
+  ASSERT_GT(pid, 0);
+  RunResult r = attrAsUser({fs_});
+  EXPECT_EQ(r.status, 0) << r.out << r.err;
+  ASSERT_EQ(kill(pid, SIGTERM), 0);
+  // It ends and takes its socket along.
+  while (kill(pid, 0) == 0) usleep(10000);
+  EXPECT_NE(access(sock_.c_str(), F_OK), 0);
+  EXPECT_NE(Sandbox::readFile(rootLogs_ + "/qmxerror.log").find("ANS9581I"), std::string::npos);
+}
+
+}  // namespace

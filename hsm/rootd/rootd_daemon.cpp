@@ -86,13 +86,39 @@ void reportBadRequest(void*, const rtdCaller_t& c, int err) {
             std::strerror(err));
 }
 
-// Leaves the terminal: the parent ends, the child goes on in a session of
-// its own with its standard streams on /dev/null.
-void detach() {
+// Leaves the terminal: the parent waits until the child has its socket
+// (so that a failure still reaches the terminal and the exit status) and
+// ends with the child's verdict; the child goes on in a session of its
+// own.  Returns, in the child, the descriptor to report the verdict on;
+// -1 when no child could be made (the daemon stays in the foreground).
+int detach() {
+  int verdict[2];
+  if (pipe2(verdict, O_CLOEXEC) != 0) return -1;
   pid_t pid = fork();
-  if (pid < 0) return;  // stays in the foreground
-  if (pid > 0) _exit(0);
+  if (pid < 0) {
+    close(verdict[0]);
+    close(verdict[1]);
+    return -1;
+  }
+  if (pid > 0) {
+    close(verdict[1]);
+    unsigned char status = 12;
+    if (read(verdict[0], &status, 1) != 1) status = 12;
+    _exit(status);
+  }
+  close(verdict[0]);
   setsid();
+  return verdict[1];
+}
+
+// The child's verdict to the waiting parent; then off the terminal.
+void report(int verdictFd, unsigned char status) {
+  if (verdictFd < 0) return;
+  std::fflush(stdout);
+  std::fflush(stderr);
+  (void)!write(verdictFd, &status, 1);
+  close(verdictFd);
+  if (status != 0) return;
   if (chdir("/") != 0) {
     // The root directory is always there; nothing to do otherwise.
   }
@@ -164,17 +190,21 @@ int rtdDaemonMain(int argc, char** argv) {
   cfg.report.refused = reportRefusal;
   cfg.report.badRequest = reportBadRequest;
   static rtdServer server(cfg);
+  // The socket is made by the process that serves it: clients learn the
+  // daemon's process from it.
+  int verdictFd = args.daemon ? detach() : -1;
   if (server.listen() != 0) {
     int err = errno;
     if (err == EADDRINUSE)
       nlfprintf(stderr, 9584, hsmWhoAmI(), cfg.socketPath.c_str());
     else
       nlfprintf(stderr, 9585, hsmWhoAmI(), cfg.socketPath.c_str(), std::strerror(err));
+    report(verdictFd, 12);
     smPostProc();
     return 12;
   }
   announce(9580, hsmWhoAmI(), cfg.socketPath.c_str(), args.maxClients);
-  if (args.daemon) detach();
+  report(verdictFd, 0);
   gServer = &server;
   server.run();
   gServer = nullptr;
