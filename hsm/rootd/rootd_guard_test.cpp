@@ -164,6 +164,9 @@ TEST_F(GuardTest, UnreachableFilesAndBadHandles) {
   std::string hidden = box_.file("closed/file", kNobody, 0644);
   box_.file("line\nbreak", 0, 0600);
   auto hiddenHandle = handleOf(dm_, hidden);
+  std::string gone = box_.file("gone", kNobody, 0644);
+  auto goneHandle = handleOf(dm_, gone);
+  ASSERT_EQ(unlink(gone.c_str()), 0);
   std::string got = runAs(kNobody, [&] {
     dm_sessid_t s = newSession(sock_);
     rdmWriter p;
@@ -190,9 +193,15 @@ TEST_F(GuardTest, UnreachableFilesAndBadHandles) {
     junk.u64(64);
     r += " " + outcome(sock_, rdmGetDmattrCall, junk);
     r += " " + outcome(sock_, rdmGetDmattrCall, getAttr(box_.path("line\nbreak"), s));
+    // A handle of a file that is no more.
+    rdmWriter stale;
+    fileArgs(stale, goneHandle, s);
+    stale.name(attrName("KVRObj"));
+    stale.u64(64);
+    r += " " + outcome(sock_, rdmGetDmattrCall, stale);
     return r;
   });
-  EXPECT_EQ(got, "-1/13 -1/13 -1/9 -1/22 -1/9 -1/13");
+  EXPECT_EQ(got, "-1/13 -1/13 -1/9 -1/22 -1/9 -1/13 -1/9");
   // The name with a line break is reported on one line.
   auto lines = server_->refusals();
   ASSERT_EQ(lines.size(), 3u);
