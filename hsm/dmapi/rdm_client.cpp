@@ -60,31 +60,76 @@ int connectDaemon() {
   return fd;
 }
 
+// Each thread keeps its connection for its next calls: the daemon answers
+// any number of requests on one connection, and a call then costs one
+// round trip instead of a connection.  A connection belongs to the process
+// that opened it, because the daemon knows its caller by that process: a
+// forked child opens its own.
+class Connection {
+ public:
+  ~Connection() { drop(); }
+  // The descriptor (-1 with errno when the daemon can't be reached);
+  // |*reused| tells whether it served an earlier call.
+  int get(bool* reused) {
+    pid_t self = getpid();
+    if (fd_ >= 0 && pid_ == self) {
+      *reused = true;
+      return fd_;
+    }
+    drop();
+    *reused = false;
+    fd_ = connectDaemon();
+    pid_ = self;
+    return fd_;
+  }
+  void drop() {
+    if (fd_ >= 0) close(fd_);
+    fd_ = -1;
+  }
+
+ private:
+  int fd_ = -1;
+  pid_t pid_ = 0;
+};
+
+thread_local Connection tConnection;
+
 // One exchange.  Returns 0 with |*rep|, or -1 (errno EACCES) when it
 // failed or the reply is not the answer to this request.
 int exchange(uint16_t call, const rdmWriter& args, rdmReply_t* rep) {
-  int fd = connectDaemon();
-  if (fd < 0) {
-    if (TR_DMI)
-      trPrintf(__FILE__, __LINE__, "rdm: cannot reach the root daemon at %s, errno %d\n",
-               rdmSocketPath().c_str(), errno);
-    errno = EACCES;
-    return -1;
-  }
   rdmRequest_t req;
   req.call = call;
   req.key = nextKey();
   req.payload = args.data();
-  int rc = rdmWriteRequest(fd, req);
-  if (rc == 0) rc = rdmReadReply(fd, rep);
-  int err = errno;
-  close(fd);
+  int rc = -1;
+  int err = 0;
+  // A kept connection may have been closed by the daemon meanwhile (it
+  // drops idle ones): the request then fails before the daemon has read
+  // it, and goes once more on a new connection.
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    bool reused = false;
+    int fd = tConnection.get(&reused);
+    if (fd < 0) {
+      if (TR_DMI)
+        trPrintf(__FILE__, __LINE__, "rdm: cannot reach the root daemon at %s, errno %d\n",
+                 rdmSocketPath().c_str(), errno);
+      errno = EACCES;
+      return -1;
+    }
+    rc = rdmWriteRequest(fd, req);
+    if (rc == 0) rc = rdmReadReply(fd, rep);
+    err = errno;
+    if (rc == 0) break;
+    tConnection.drop();
+    if (!reused || (err != EPIPE && err != ECONNRESET)) break;
+  }
   if (rc != 0) {
     if (TR_DMI) trPrintf(__FILE__, __LINE__, "rdm: call %u failed, errno %d\n", call, err);
     errno = EACCES;
     return -1;
   }
   if (rep->key != req.key || rep->call != call) {
+    tConnection.drop();  // out of step with the daemon
     if (TR_DMI)
       trPrintf(__FILE__, __LINE__, "rdm: reply to call %u rejected: key or call mismatch\n", call);
     errno = EACCES;

@@ -11,7 +11,8 @@
 // the test setting DMISESSIONPOOLSIZE) with the pool time (200000 us, or
 // DMISESSIONPOOLTIME) between attempts; after the last one errno is EAGAIN.
 //
-// Thread safety: any thread may call; each call has its own connection.
+// Thread safety: any thread may call; each thread keeps a connection of
+// its own for its calls (a forked child opens a new one).
 #ifndef QMX_HSM_DMAPI_RDM_CLIENT_H_
 #define QMX_HSM_DMAPI_RDM_CLIENT_H_
 

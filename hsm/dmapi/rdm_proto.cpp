@@ -1,6 +1,7 @@
 #include "hsm/dmapi/rdm_proto.h"
 
 #include <errno.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -82,7 +83,8 @@ namespace {
 int writeAll(int fd, const void* p, size_t n) {
   const char* b = static_cast<const char*>(p);
   while (n > 0) {
-    ssize_t w = write(fd, b, n);
+    // A peer that has gone is an error to report, not a signal.
+    ssize_t w = send(fd, b, n, MSG_NOSIGNAL);
     if (w < 0) {
       if (errno == EINTR) continue;
       return -1;

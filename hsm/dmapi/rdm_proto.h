@@ -2,11 +2,13 @@
 // DMAPI calls made by the root daemon, over the Unix-domain stream socket
 // psSysPath("/run/qmxrootd.sock").
 //
-// One connection carries one call: the client connects, writes a request,
-// reads the reply and closes.  All integers are little-endian.  The client
-// believes only a daemon whose socket peer is root (or its own user); the
-// daemon in turn learns its caller from the socket (SO_PEERCRED) and is the
-// one to decide what that user may do: rdmDispatch itself makes any call.
+// A connection carries one call after another: the client writes a
+// request and reads its reply, as often as it likes, and closes.  The
+// daemon may close a connection that sits idle.  All integers are
+// little-endian.  The client believes only a daemon whose socket peer is
+// root (or its own user); the daemon in turn learns its caller from the
+// socket (SO_PEERCRED) and is the one to decide what that user may do:
+// rdmDispatch itself makes any call.
 //
 // Request:  u32 magic "QRDM" (rdmMagic)   u16 version (1)   u16 call
 //           u64 confirmation key          u32 payload length   payload
