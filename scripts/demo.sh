@@ -17,6 +17,7 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 
 R=${DEMO_ROOT:-$(mktemp -d /tmp/qmxdemo.XXXXXX)}
+chmod 755 "$R"  # ordinary users reach the client too (see the end)
 export QMX_SYSROOT=$R
 C=$R/opt/norvik/nqb/client
 cmake --install "$BUILD_DIR" --prefix "$C" >/dev/null
@@ -64,5 +65,30 @@ run "$Q" -RECURSIVE
 run "$Q" -RECALLMODE=PARTIALRECALL report.dat
 run "$Q" -RECA=p archive.tar.gz
 run "$Q" report.dat archive.tar.gz latest projects
+
+# Ordinary users: root starts the root daemon once, and the user's qmxattr
+# has its DMAPI calls made there.  The user owns one stub; another belongs
+# to root.
+echo
+echo "--- an ordinary user (nobody), through the root daemon qmxrootd ---"
+USERLOGS=$R/userlogs
+mkdir -p "$USERLOGS" && chmod 1777 "$USERLOGS"
+printf 'mine\n' >"$FS/projects/mine.dat"
+stub migrate "$FS/projects/mine.dat" --mode n --compression none
+chown nobody "$FS/projects/mine.dat"
+run "$C/hsm/bin/qmxrootd" -d
+runas() {
+  echo
+  echo "\$ (as user nobody) $*"
+  set +e
+  (cd "$FS" && setpriv --reuid=nobody --regid=nogroup --clear-groups \
+    env QMX_LOG="$USERLOGS" stdbuf -oL "$@")
+  echo "[exit status $?]"
+  set -e
+}
+runas "$Q" projects
+runas "$Q" -RECALLMODE=STREAMING projects/mine.dat
+runas "$Q" -RECALLMODE=STREAMING projects/plan.odt
+pkill -TERM -f "^$C/hsm/bin/qmxrootd" || true
 echo
 echo "Remove the sandbox with: rm -rf $R"
