@@ -93,8 +93,7 @@ int clientOptions::optEnvVarInit() {
   // names, or the client's own); the working directory serves only when
   // there is no directory at all, so that a command never leaves a log in
   // the directories it was asked about.
-  if (!takeDir(logDir, sizeof(logDir), envLog))
-    snprintf(logDir, sizeof(logDir), "%s", optDir);
+  if (!takeDir(logDir, sizeof(logDir), envLog)) snprintf(logDir, sizeof(logDir), "%s", optDir);
   if (logDir[0] == '\0') {
     if (env->pwd != nullptr && *env->pwd)
       snprintf(logDir, sizeof(logDir), "%s", env->pwd);

@@ -381,8 +381,7 @@ TEST(OptEnvironment, DirectoriesAndLogNames) {
     EnvVar pwd("PWD", "/somewhere/else");
     clientOptions o(ctCLSpaceMGT);
     o.optEnvVarInit();
-    EXPECT_EQ(std::string(o.errorLogName),
-              t.path() + "/opt/norvik/nqb/client/ba/bin/qmxerror.log");
+    EXPECT_EQ(std::string(o.errorLogName), t.path() + "/opt/norvik/nqb/client/ba/bin/qmxerror.log");
   }
 }
 
