@@ -2,7 +2,7 @@
 # Installs the Debian packages the build and the tests need, when missing.
 set -euo pipefail
 need=()
-for p in cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev libssl-dev libc-bin attr strace util-linux; do
+for p in cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev libssl-dev libc-bin attr strace util-linux clang-format; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || need+=("$p")
 done
 if ((${#need[@]})); then
