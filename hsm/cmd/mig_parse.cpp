@@ -1,6 +1,7 @@
 #include "hsm/cmd/mig_parse.h"
 
 #include <getopt.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <cstdio>
@@ -101,11 +102,27 @@ int ParseMigOptShort(int argc, char** argv) {
   cb->queryMode = 1;
   const bool multi = optionsP != nullptr && optionsP->hsmMultiServer != 0;
   const char* optstring = migShortOptions(cb->commandKind, multi);
+  const int kind = cb->commandKind;
+  // Two commands take a numbered variant as their first argument; it is
+  // not an option for getopt.
+  if ((kind == 13 || kind == 16) && argc > 1 &&
+      (std::strcmp(argv[1], "-1") == 0 || std::strcmp(argv[1], "-2") == 0)) {
+    cb->commandVariant = argv[1][1] - '0';
+    for (int i = 1; i + 1 <= argc; ++i) argv[i] = argv[i + 1];
+    --argc;
+  }
+  if (kind == 13 && getuid() != 0) {
+    nlfprintf(stderr, 9012, hsmWhoAmI());
+    std::exit(-1);
+  }
   optind = 1;
   int c;
   while ((c = getopt(argc, argv, optstring)) != -1) {
-    if (cb->commandKind != kCmdKindAttr) {
-      if (c == '?') Usage();
+    if (kind != kCmdKindAttr) {
+      if (c == '?') {
+        nlprintf(kind == 13 ? 9125 : (ShortFormat() ? 9139 : 9138));
+        std::exit(0);
+      }
       continue;
     }
     switch (c) {

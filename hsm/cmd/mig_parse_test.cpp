@@ -145,6 +145,16 @@ TEST_F(ParseTest, ShortGrammarHelpSetsAFlagWhileUnknownLettersPrintUsage) {
   EXPECT_EQ(Operands().back(), "list");
 }
 
+TEST_F(ParseTest, NumberedVariantsAreTakenOutOfTheArgumentsOfTheirCommands) {
+  cb_->commandKind = 16;
+  cb_->commandVariant = 8;
+  char** argv = Argv({"-2", "-c", "x"});
+  ASSERT_EQ(ParseMigOptShort(Argc(), argv), 0);
+  EXPECT_EQ(cb_->commandVariant, 2);
+  EXPECT_EQ(Operands(), std::vector<std::string>{"x"});
+  cb_->commandVariant = 8;
+}
+
 TEST(ShortOptionTableTest, KindsHaveTheirOptionStrings) {
   EXPECT_STREQ(migShortOptions(kCmdKindAttr, false), "r:Rlh?");
   EXPECT_STREQ(migShortOptions(14, true), "Rvpflxhs:?");
