@@ -209,11 +209,29 @@ int gInitService(char** v) {
   return real().init_service(v);
 }
 
+// The names of the daemons' sessions: "rec", "mon", "sct", "roo" or "wat"
+// and the instance number.
+bool isDaemonSessionName(const char* info) {
+  if (info == nullptr) return false;
+  static const char* const kPrefixes[] = {"rec", "mon", "sct", "roo", "wat"};
+  for (const char* p : kPrefixes) {
+    if (std::strncmp(info, p, 3) != 0) continue;
+    const char* d = info + 3;
+    if (*d == '\0') return false;
+    while (*d >= '0' && *d <= '9') ++d;
+    if (*d == '\0') return true;
+  }
+  return false;
+}
+
 int gCreateSession(dm_sessid_t oldsid, char* info, dm_sessid_t* newsid) {
   if (callerIsRoot()) return real().create_session(oldsid, info, newsid);
   // Only a session of this process may be taken over.
   if (oldsid != DM_NO_SESSION && !mayUseSession(oldsid))
     return refuse("dm_create_session", sidText(oldsid), EPERM);
+  // The HSM daemons find their sessions by name after a restart; a user's
+  // session must not pass for one of theirs.
+  if (isDaemonSessionName(info)) return refuse("dm_create_session", rtdPrintable(info), EPERM);
   rtdReapSessions(ctx());
   int rc = real().create_session(oldsid, info, newsid);
   if (rc == 0) {

@@ -6,7 +6,8 @@
 // answer it: -1 with errno.
 //
 // Root (uid 0) may do everything.  Every other caller:
-//  - may start the service and create sessions; its sessions are recorded
+//  - may start the service and create sessions, but none named like the
+//    HSM daemons' sessions ("rec3", "roo1"...); its sessions are recorded
 //    with its process (rtdSessionTable), and it may take over, destroy,
 //    query or list only the sessions its own process created (others are
 //    left out of the list);

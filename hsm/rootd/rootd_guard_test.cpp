@@ -268,6 +268,10 @@ TEST_F(GuardTest, SessionsBelongToTheProcessThatCreatedThem) {
     rdmReader in(rep.payload.data(), rep.payload.size());
     uint32_t n = in.u32();
     r += " n=" + std::to_string(n) + (n == 1 && in.u64() == mine ? " mine" : " other");
+    rdmWriter named;
+    named.u64(0);
+    named.bytes("rec1", 4);
+    r += " " + outcome(sock_, rdmCreateSessionCall, named);
     rdmWriter take;
     take.u64(firstSid);
     take.bytes("x", 1);
@@ -277,7 +281,7 @@ TEST_F(GuardTest, SessionsBelongToTheProcessThatCreatedThem) {
     r += " " + outcome(sock_, rdmDestroySessionCall, sidArg(mine));
     return r;
   });
-  EXPECT_EQ(got, "-1/1 -1/1 -1/1 0/0 n=1 mine -1/1 -1/1 0/0 0/0");
+  EXPECT_EQ(got, "-1/1 -1/1 -1/1 0/0 n=1 mine -1/1 -1/1 -1/1 0/0 0/0");
   // Root's session survived; the first process's session was reaped when
   // the second created its own, as its process had ended.
   char buf[256];

@@ -120,7 +120,15 @@ int rtdServer::run() {
     if (p[1].revents != 0) break;
     if ((p[0].revents & POLLIN) == 0) continue;
     int fd = accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd < 0) continue;  // the client gave up already, or out of descriptors
+    if (fd < 0) {
+      // Out of descriptors: the waiting connection stays ready, so take a
+      // breath instead of spinning until one is closed.
+      if (errno == EMFILE || errno == ENFILE) {
+        if (TR_SM) trPrintf(__FILE__, __LINE__, "accept: out of descriptors\n");
+        poll(nullptr, 0, 50);
+      }
+      continue;  // or the client gave up already
+    }
     bool busy;
     if (active_.load() < cfg_.maxClients) {
       busy = false;
