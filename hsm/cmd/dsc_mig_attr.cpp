@@ -202,6 +202,17 @@ int smMigAttr(const dirReadHandle_t* handle, const char* dirPath, const dirEntry
   if (entries == nullptr) return 0;
   HSMGlobalCB* cb = HSMGlobalCB::GetHsmCB();
   std::string full;
+  // A user's queries go through the root daemon, a round trip each; one
+  // call for the whole directory brings every file's answers at once.
+  if (cb->queryMode && getuid() != 0) {
+    for (const dirEntry_t* e = entries; e != nullptr; e = e->next) {
+      if (!attrIsPlainFile(e->attr)) continue;
+      int err = errno;
+      dmiPrefetchDirAttributes(dirPath);  // a failure only costs speed
+      errno = err;
+      break;
+    }
+  }
   // Files first, in list order; subdirectories only afterwards, so that a
   // directory's files are all shown before any deeper level.
   for (const dirEntry_t* e = entries; e != nullptr; e = e->next) {

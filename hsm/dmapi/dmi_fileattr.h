@@ -52,6 +52,11 @@ int dmiFileAttr(dm_sessid_t sid, migAttrRequest* req, int skipStat);
 int handleSetWithPath(xdsm_handle_t* h, const char* path);
 // Releases |*h| (made by handleSetWithPath) and clears it.
 void handleFree(xdsm_handle_t* h);
+// Announces that the regular files of |dir| are about to be queried, so
+// that the access object may fetch their handles and migration attributes
+// in one go (XDSMAPI::prefetchDirAttributes).  Returns 0, or -1 with errno;
+// a failure changes nothing but speed.
+int dmiPrefetchDirAttributes(const char* dir);
 
 // ---- Migration state ------------------------------------------------
 

@@ -74,6 +74,14 @@ int handleSetWithPath(xdsm_handle_t* h, const char* path) {
   return XDSMAPI::getXDSMAPI()->pathToHandle(path, h);
 }
 
+int dmiPrefetchDirAttributes(const char* dir) {
+  if (dir == nullptr) {
+    errno = EINVAL;
+    return -1;
+  }
+  return XDSMAPI::getXDSMAPI()->prefetchDirAttributes(dir);
+}
+
 void handleFree(xdsm_handle_t* h) {
   if (h == nullptr || h->hanp == nullptr) return;
   XDSMAPI::getXDSMAPI()->freeHandle(h);

@@ -536,3 +536,35 @@ int rdmGetRegion(dm_sessid_t sid, const void* hanp, size_t hlen, dm_token_t toke
   if (!copyOut(r, regions, nelem * sizeof(dm_region_t), nullptr)) return wrongSize();
   return finish(rep, r);
 }
+
+int rdmDirAttrs(dm_sessid_t sid, const char* dir, const std::string& cursor,
+                const dm_attrname_t* names, unsigned int n, std::vector<rdmDirEntry_t>* entries,
+                bool* more) {
+  if (dir == nullptr || names == nullptr || entries == nullptr || more == nullptr || n == 0 ||
+      n > rdmDirMaxNames) {
+    errno = EINVAL;
+    return -1;
+  }
+  rdmDirQuery_t q;
+  q.sid = sid;
+  q.dir = dir;
+  q.cursor = cursor;
+  q.names.assign(names, names + n);
+  rdmWriter w;
+  rdmEncodeDirQuery(q, &w);
+  rdmReply_t rep;
+  if (rdmTransact(rdmDirAttrsCall, w, &rep) != 0) return -1;
+  rdmReader r(rep.payload.data(), rep.payload.size());
+  if (!rdmGetDirEntries(r, n, entries, more)) return wrongSize();
+  // Names come sorted and after the cursor; anything else is not an answer
+  // to this request.
+  const std::string* prev = &cursor;
+  for (const rdmDirEntry_t& e : *entries) {
+    if (!prev->empty() && e.name <= *prev) return wrongSize();
+    prev = &e.name;
+  }
+  if (rep.result != 0 && (!entries->empty() || *more)) return wrongSize();
+  if (*more && entries->empty()) return wrongSize();  // no progress
+  errno = rep.err;
+  return static_cast<int>(rep.result);
+}

@@ -17,8 +17,11 @@
 #define QMX_HSM_DMAPI_RDM_CLIENT_H_
 
 #include <cstddef>
+#include <string>
+#include <vector>
 
 #include "hsm/dmapi/dmapi_iface.h"
+#include "hsm/dmapi/rdm_dirattrs.h"
 #include "hsm/dmapi/rdm_proto.h"
 
 // The pool settings in force (test settings when set and not negative).
@@ -65,5 +68,13 @@ int rdmPathToHandle(const char* path, void** hanpp, size_t* hlenp);
 int rdmHandleToPath(const void* hanp, size_t hlen, char* buf, size_t size);
 int rdmGetRegion(dm_sessid_t sid, const void* hanp, size_t hlen, dm_token_t token,
                  unsigned int nelem, dm_region_t* regions, unsigned int* nelemp);
+// One directory call (rdm_dirattrs.h): the regular files of |dir| sorting
+// after |cursor| with their handles and the |n| attributes |names| (read in
+// session |sid|) into |*entries|; |*more| tells that the answer was cut
+// short and goes on after the last entry.  Returns 0, or -1 with errno (the
+// directory's, or EACCES as above).
+int rdmDirAttrs(dm_sessid_t sid, const char* dir, const std::string& cursor,
+                const dm_attrname_t* names, unsigned int n, std::vector<rdmDirEntry_t>* entries,
+                bool* more);
 
 #endif  // QMX_HSM_DMAPI_RDM_CLIENT_H_

@@ -6,6 +6,7 @@
 
 #include <cstring>
 
+#include "hsm/dmapi/rdm_dirattrs.h"
 #include "platform/sysroot.h"
 
 std::string rdmSocketPath() {
@@ -219,7 +220,8 @@ void* hp(FileArgs& a) {
 
 }  // namespace
 
-void rdmDispatch(const dmapiBinding_t& dm, const rdmRequest_t& req, rdmReply_t* rep) {
+void rdmDispatch(const dmapiBinding_t& dm, const rdmRequest_t& req, rdmReply_t* rep,
+                 rdmDirFn_t dirFn, void* dirArg) {
   rep->call = req.call;
   rep->key = req.key;
   rep->status = 0;
@@ -548,6 +550,21 @@ void rdmDispatch(const dmapiBinding_t& dm, const rdmRequest_t& req, rdmReply_t* 
       rc = dm.get_region(a.sid, hp(a), a.handle.size(), a.token, nelem, regs.data(), &got);
       out.u32(got);
       out.bytes(regs.data(), rc == 0 ? got * sizeof(dm_region_t) : 0);
+      break;
+    }
+    case rdmDirAttrsCall: {
+      rdmDirQuery_t q;
+      if (!rdmDecodeDirQuery(in, &q)) {
+        refused = true;
+        break;
+      }
+      rc = dirFn != nullptr ? dirFn(dirArg, q, &out) : rdmAnswerDirAttrs(dm, q, &out);
+      if (rc != 0) {
+        int err = errno;
+        out.clear();
+        rdmPutDirEntries({}, false, &out);
+        errno = err;
+      }
       break;
     }
     default:

@@ -55,6 +55,8 @@
 //   PathToHandle      bytes path (with its NUL)                    handle
 //   HandleToPath      handle, u64 buflen                           bytes path (with NUL)
 //   GetRegion         u64 sid, handle, token, u32 nelem            u32 n, bytes dm_region_t[]
+//   DirAttrs          u64 sid, bytes directory (with its NUL),     u32 count, u32 more, entries
+//                     bytes cursor, u32 n, n names                 (see rdm_dirattrs.h)
 // Output values are sent whatever the result, so that E2BIG can report the
 // length needed.
 //
@@ -101,6 +103,7 @@ enum rdmCall_t : uint16_t {
   rdmPathToHandleCall,
   rdmHandleToPathCall,
   rdmGetRegionCall,
+  rdmDirAttrsCall,
   rdmCallLimit  // one past the last call
 };
 
@@ -190,8 +193,13 @@ int rdmReadReply(int fd, rdmReply_t* rep);
 // Makes the call of |req| through |dm| and fills |rep| (call and key
 // echoed, status 0, result, errno, output values).  A request whose
 // payload does not decode exactly gets status EPROTO; an unknown call
-// EOPNOTSUPP.
-void rdmDispatch(const dmapiBinding_t& dm, const rdmRequest_t& req, rdmReply_t* rep);
+// EOPNOTSUPP.  The directory call is answered by |dirFn| (with |dirArg|)
+// when given, else by rdmAnswerDirAttrs through |dm|; either returns 0, or
+// -1 with errno, and writes the entries only on success.
+struct rdmDirQuery_t;
+typedef int64_t (*rdmDirFn_t)(void* arg, const rdmDirQuery_t& q, rdmWriter* out);
+void rdmDispatch(const dmapiBinding_t& dm, const rdmRequest_t& req, rdmReply_t* rep,
+                 rdmDirFn_t dirFn = nullptr, void* dirArg = nullptr);
 
 // Serves one connection: reads a request, dispatches it, writes the reply.
 // Returns 0 or -1 with errno.

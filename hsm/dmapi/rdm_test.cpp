@@ -13,9 +13,11 @@
 #include <string>
 #include <thread>
 
+#include "hsm/dmapi/dmi_attrs.h"
 #include "hsm/dmapi/dmi_fileattr.h"
 #include "hsm/dmapi/dmi_testing.h"
 #include "hsm/dmapi/rdm_client.h"
+#include "hsm/dmapi/rdm_dirattrs.h"
 #include "hsm/dmapi/rdm_proto.h"
 #include "hsm/dmapi/rxdsmapi.h"
 #include "hsm/dmapi/uxdsmapi.h"
@@ -446,3 +448,180 @@ TEST_F(RdmEndToEndTest, EveryCallAnswersAsTheDirectCallDoes) {
 }
 
 }  // namespace
+
+namespace {
+
+// What one getDmattr gives: "rc/errno=value".
+std::string attrOf(XDSMAPI* x, dm_sessid_t sid, const xdsm_handle_t& h, const char* name) {
+  dm_attrname_t an = dmiAttrName(name);
+  char buf[64] = {};
+  size_t rlen = 0;
+  int rc = x->getDmattr(sid, h, DM_NO_TOKEN, &an, sizeof buf, buf, &rlen);
+  return std::to_string(rc) + "/" + std::to_string(rc == 0 ? 0 : errno) + "=" +
+         std::string(buf, rc == 0 ? rlen : 0);
+}
+
+}  // namespace
+
+TEST(RdmProto, DirectoryQueriesAndEntriesRoundTrip) {
+  rdmDirQuery_t q;
+  q.sid = 0x1234;
+  q.dir = "/fs/d";
+  q.cursor = "stub7";
+  q.names = {dmiAttrName("KVRObj"), dmiAttrName("KVRPMig")};
+  rdmWriter w;
+  rdmEncodeDirQuery(q, &w);
+  rdmReader r(w.data().data(), w.data().size());
+  rdmDirQuery_t back;
+  ASSERT_TRUE(rdmDecodeDirQuery(r, &back));
+  EXPECT_EQ(back.sid, q.sid);
+  EXPECT_EQ(back.dir, q.dir);
+  EXPECT_EQ(back.cursor, q.cursor);
+  ASSERT_EQ(back.names.size(), 2u);
+  EXPECT_STREQ(reinterpret_cast<const char*>(back.names[1].an_chars), "KVRPMig");
+
+  // Bad arguments: a cursor that is not a file name, no names, too many.
+  for (int bad = 0; bad < 3; ++bad) {
+    rdmDirQuery_t b = q;
+    if (bad == 0) b.cursor = "a/b";
+    if (bad == 1) b.names.clear();
+    if (bad == 2) b.names.assign(rdmDirMaxNames + 1, dmiAttrName("KVRObj"));
+    rdmWriter bw;
+    rdmEncodeDirQuery(b, &bw);
+    rdmReader br(bw.data().data(), bw.data().size());
+    EXPECT_FALSE(rdmDecodeDirQuery(br, &back)) << bad;
+  }
+
+  rdmDirEntry_t e;
+  e.name = "stub8";
+  e.handle = {1, 2, 3};
+  e.attrs.resize(2);
+  e.attrs[0].rlen = 2;
+  e.attrs[0].value = {'o', 'k'};
+  e.attrs[1].err = ENOENT;
+  rdmDirEntry_t refused;
+  refused.name = "secret";
+  refused.attrs.resize(2);
+  refused.attrs[0].err = refused.attrs[1].err = EACCES;
+  rdmWriter ew;
+  rdmPutDirEntries({e, refused}, true, &ew);
+  rdmReader er(ew.data().data(), ew.data().size());
+  std::vector<rdmDirEntry_t> got;
+  bool more = false;
+  ASSERT_TRUE(rdmGetDirEntries(er, 2, &got, &more));
+  EXPECT_TRUE(more);
+  ASSERT_EQ(got.size(), 2u);
+  EXPECT_EQ(got[0].name, "stub8");
+  EXPECT_EQ(got[0].handle, e.handle);
+  EXPECT_EQ(got[0].attrs[0].value, e.attrs[0].value);
+  EXPECT_EQ(got[0].attrs[1].err, ENOENT);
+  EXPECT_EQ(got[1].attrs[0].err, EACCES);
+  EXPECT_TRUE(got[1].attrs[0].value.empty());
+  // Read with the wrong number of attributes, the payload does not fit.
+  rdmReader wrong(ew.data().data(), ew.data().size());
+  EXPECT_FALSE(rdmGetDirEntries(wrong, 1, &got, &more));
+  // A name with a slash would reach outside the directory.
+  e.name = "../x";
+  rdmWriter sw;
+  rdmPutDirEntries({e}, false, &sw);
+  rdmReader sr(sw.data().data(), sw.data().size());
+  EXPECT_FALSE(rdmGetDirEntries(sr, 2, &got, &more));
+
+  // A reply builder stops before the payload limit.
+  rdmDirReplyBuilder b;
+  rdmDirEntry_t fat;
+  fat.name = "fat";
+  fat.attrs.resize(1);
+  fat.attrs[0].value.assign(rdmDirValueMax, 'v');
+  rdmWriter one;
+  rdmPutDirEntries({fat}, false, &one);
+  size_t entrySize = one.data().size() - 8;
+  int added = 0;
+  while (b.add(fat)) ++added;
+  EXPECT_TRUE(b.more());
+  EXPECT_FALSE(b.add(e));  // once full, nothing more
+  rdmWriter bw;
+  b.finish(&bw);
+  EXPECT_EQ(bw.data().size(), 8 + added * entrySize);
+  EXPECT_LE(bw.data().size(), rdmMaxPayload);
+  EXPECT_GT(bw.data().size() + entrySize, rdmMaxPayload - 64);
+}
+
+TEST_F(RdmEndToEndTest, PrefetchedFilesAreAnsweredWithoutRoundTrips) {
+  manage(fs_);
+  dmapiBinding_t dm;
+  dmBindBuiltIn(&dm);
+  FakeDaemon d(&dm);
+  ASSERT_TRUE(d.ok());
+  UXDSMAPI* u = new UXDSMAPI(DM_FALSE);
+  u->init();
+  delete XDSMAPI::setXDSMAPI(u);
+  ASSERT_EQ(dmiInit(0), 0);
+  dm_sessid_t sid = u->createSession(0, "qmxattr", 0);
+  ASSERT_NE(sid, 0u);
+  std::string a = makeFile("a");
+  std::string b = makeFile("b");
+  xdsm_handle_t h;
+  ASSERT_EQ(handleSetWithPath(&h, a.c_str()), 0);
+  dm_attrname_t obj = dmiAttrName(DMI_ATTR_OBJ);
+  ASSERT_EQ(u->setDmattr(sid, h, DM_NO_TOKEN, &obj, 0, 3, "obj"), 0);
+  handleFree(&h);
+  ASSERT_EQ(mkdir((fs_ + "/sub").c_str(), 0755), 0);
+
+  ASSERT_EQ(dmiPrefetchDirAttributes(fs_.c_str()), 0);
+  int before = d.requests;
+  ASSERT_EQ(handleSetWithPath(&h, a.c_str()), 0);
+  std::vector<unsigned char> cached(static_cast<unsigned char*>(h.hanp),
+                                    static_cast<unsigned char*>(h.hanp) + h.hlen);
+  EXPECT_EQ(attrOf(u, sid, h, DMI_ATTR_OBJ), "0/0=obj");
+  std::string pmig = attrOf(u, sid, h, DMI_ATTR_PMIG);
+  EXPECT_EQ(d.requests, before);
+  // Each answer is given once: asked again, the daemon answers.
+  EXPECT_EQ(attrOf(u, sid, h, DMI_ATTR_OBJ), "0/0=obj");
+  EXPECT_EQ(d.requests, before + 1);
+  // What the daemon says without the cache, the cache said.
+  EXPECT_EQ(attrOf(u, sid, h, DMI_ATTR_PMIG), pmig);
+  EXPECT_NE(pmig.substr(0, 2), "0/");
+  void* fresh = nullptr;
+  size_t freshLen = 0;
+  ASSERT_EQ(rdmPathToHandle(a.c_str(), &fresh, &freshLen), 0);
+  EXPECT_EQ(cached, std::vector<unsigned char>(static_cast<unsigned char*>(fresh),
+                                               static_cast<unsigned char*>(fresh) + freshLen));
+  std::free(fresh);
+  // The cached handle serves further calls.
+  dm_stat_t st{};
+  EXPECT_EQ(u->getFileAttr(sid, h, DM_NO_TOKEN, DM_AT_STAT, &st), 0);
+  EXPECT_EQ(st.dt_size, 4);
+  handleFree(&h);
+
+  // A file made after the prefetch is a miss and still answered.
+  std::string c = makeFile("c");
+  before = d.requests;
+  ASSERT_EQ(handleSetWithPath(&h, c.c_str()), 0);
+  EXPECT_EQ(d.requests, before + 1);
+  handleFree(&h);
+  // Another session, or a token, is not what was prefetched.
+  ASSERT_EQ(handleSetWithPath(&h, b.c_str()), 0);
+  before = d.requests;
+  dm_attrname_t pm = dmiAttrName(DMI_ATTR_PMIG);
+  char buf[16];
+  size_t rlen = 0;
+  EXPECT_EQ(u->getDmattr(sid + 1, h, DM_NO_TOKEN, &pm, sizeof buf, buf, &rlen), -1);
+  EXPECT_EQ(d.requests, before + 1);
+  handleFree(&h);
+
+  // A new prefetch forgets the old directory; the new one's files are
+  // served, its directories are not among them.
+  ASSERT_EQ(dmiPrefetchDirAttributes((fs_ + "/sub").c_str()), 0);
+  before = d.requests;
+  ASSERT_EQ(handleSetWithPath(&h, b.c_str()), 0);
+  EXPECT_EQ(d.requests, before + 1);
+  handleFree(&h);
+  // A directory that can't be listed fails the prefetch, nothing else.
+  EXPECT_EQ(dmiPrefetchDirAttributes((fs_ + "/none").c_str()), -1);
+  EXPECT_EQ(errno, ENOENT);
+  ASSERT_EQ(handleSetWithPath(&h, a.c_str()), 0);
+  EXPECT_EQ(attrOf(u, sid, h, DMI_ATTR_OBJ), "0/0=obj");
+  handleFree(&h);
+  EXPECT_EQ(u->destroySession(sid, 0), 1);
+}

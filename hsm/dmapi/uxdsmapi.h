@@ -1,6 +1,13 @@
 // The variant of the access object for users other than root: every
 // operation is made by the root daemon (rdm_client.h).  Handles are the
 // daemon's bytes, copied into memory of this process.
+//
+// prefetchDirAttributes asks the daemon for a whole directory at once and
+// keeps the answers in a cache of the calling thread: pathToHandle of a
+// prefetched path and getDmattr of "KVRObj" or "KVRPMig" with DM_NO_TOKEN
+// in the prefetching session are then answered from it, each answer once.
+// The next prefetch, and any setDmattr or removeDmattr, empty it; whatever
+// it does not hold goes to the daemon as usual.
 #ifndef QMX_HSM_DMAPI_UXDSMAPI_H_
 #define QMX_HSM_DMAPI_UXDSMAPI_H_
 
@@ -48,6 +55,7 @@ class UXDSMAPI : public XDSMAPI {
   int handleToPath(const xdsm_handle_t& h, char* buf, size_t size) override;
   int getRegion(dm_sessid_t sid, const xdsm_handle_t& h, dm_token_t token, unsigned int nelem,
                 dm_region_t* regions, unsigned int* nelemp) override;
+  int prefetchDirAttributes(const char* dir) override;
 };
 
 #endif  // QMX_HSM_DMAPI_UXDSMAPI_H_

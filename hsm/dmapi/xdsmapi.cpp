@@ -24,6 +24,10 @@ XDSMAPI* gInstance = nullptr;
 
 XDSMAPI::XDSMAPI(dm_boolean_t remote) : remoteArg_(remote) {}
 
+int XDSMAPI::prefetchDirAttributes(const char* /*dir*/) {
+  return 0;
+}
+
 XDSMAPI::~XDSMAPI() {
   std::free(state_);
 }

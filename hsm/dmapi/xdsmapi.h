@@ -138,6 +138,12 @@ class XDSMAPI {
   virtual int handleToPath(const xdsm_handle_t& h, char* buf, size_t size) = 0;
   virtual int getRegion(dm_sessid_t sid, const xdsm_handle_t& h, dm_token_t token,
                         unsigned int nelem, dm_region_t* regions, unsigned int* nelemp) = 0;
+  // Tells the object that the regular files of directory |dir| are about
+  // to be queried (their handles and "KVRObj"/"KVRPMig" with DM_NO_TOKEN),
+  // so that it may fetch them all at once.  Answers must stay exactly what
+  // the single calls give; nothing needs to be done (the default).  Returns
+  // 0, or -1 with errno when fetching failed (the single calls then serve).
+  virtual int prefetchDirAttributes(const char* dir);
 
  protected:
   // The shared steps of the three session operations; |call| makes the

@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "hsm/dmapi/provider/handle.h"
+#include "hsm/dmapi/rdm_dirattrs.h"
 
 namespace {
 
@@ -507,11 +508,162 @@ class ContextScope {
   const rtdGuardContext_t* prev_;
 };
 
+// ---- Directory calls ----------------------------------------------------------
+
+// How many files are looked at under one switch of identity.
+constexpr size_t kDirChunk = 256;
+
+// One file of a directory call, as the caller sees it.
+struct DirProbe {
+  DirProbe() = default;
+  DirProbe(const DirProbe&) = delete;
+  DirProbe& operator=(const DirProbe&) = delete;
+  ~DirProbe() {
+    if (fd >= 0) close(fd);
+  }
+  int fd = -1;
+  int openErr = 0;    // could not be reached
+  int readErr = 0;    // reached, but not to be opened for reading
+  bool skip = false;  // no longer a regular file
+  struct statx stx = {};
+};
+
+// The handle and attributes of the probed file |p| at |path|, under the
+// rules of gPathToHandle and gGetDmattr.  Counts refusals in |*refused|.
+void answerEntry(const rdmDirQuery_t& q, const std::string& path, const DirProbe& p,
+                 rdmDirEntry_t* e, int* refused) {
+  const dmapiBinding_t& dm = real();
+  e->attrs.resize(q.names.size());
+  auto fail = [&](int err) {
+    e->handleErr = err;
+    e->handle.clear();
+    for (rdmDirAttr_t& a : e->attrs) a.err = err;
+  };
+  if (p.openErr != 0) {
+    bool denied = p.openErr == EACCES || p.openErr == EPERM;
+    if (denied) ++*refused;
+    return fail(denied ? EACCES : p.openErr);
+  }
+  void* h = nullptr;
+  size_t hl = 0;
+  errno = 0;
+  if (dm.path_to_handle(const_cast<char*>(path.c_str()), &h, &hl) != 0)
+    return fail(errno != 0 ? errno : EIO);
+  e->handle.assign(static_cast<unsigned char*>(h), static_cast<unsigned char*>(h) + hl);
+  dm.handle_free(h, hl);
+  // The handle must be of the file the caller reached; reads then go
+  // through the caller's descriptor, as for a single call.
+  void* sub = nullptr;
+  size_t sublen = 0;
+  qdmHandle_t dh;
+  if (qdmHandleDecode(e->handle.data(), e->handle.size(), &dh) == 0) {
+    qdmIdentity_t id;
+    qdmIdentityFromStatx(p.stx, &id);
+    if (!qdmSameFile(id, dh.id)) return fail(ENOENT);
+    char self[64];
+    int n = std::snprintf(self, sizeof self, "/proc/self/fd/%d", p.fd);
+    if (qdmHandleMake(self, static_cast<size_t>(n), dh.id, &sub, &sublen) != 0) {
+      for (rdmDirAttr_t& a : e->attrs) a.err = ENOMEM;
+      return;
+    }
+  } else {
+    void* fh = nullptr;
+    size_t fl = 0;
+    int cmp = -1;
+    if (dm.fd_to_handle(p.fd, &fh, &fl) == 0) {
+      cmp = dm.handle_cmp(fh, fl, e->handle.data(), e->handle.size());
+      dm.handle_free(fh, fl);
+    }
+    if (cmp != 0) return fail(ENOENT);
+  }
+  if (p.readErr != 0) {
+    bool denied = p.readErr == EACCES || p.readErr == EPERM;
+    if (denied) ++*refused;
+    for (rdmDirAttr_t& a : e->attrs) a.err = denied ? EACCES : p.readErr;
+  } else {
+    void* hp = sub != nullptr ? sub : e->handle.data();
+    size_t hpl = sub != nullptr ? sublen : e->handle.size();
+    for (size_t i = 0; i < q.names.size(); ++i)
+      rdmReadDirAttr(dm, q.sid, hp, hpl, q.names[i], &e->attrs[i]);
+  }
+  std::free(sub);
+}
+
+// A directory call.  A caller other than root lists only a directory it
+// could list itself (read and search permission on the way); each file is
+// then reached and judged with the caller's identity, a chunk of files per
+// switch, and read with root's, just as the single calls would do it.
+// Refused files are reported in one line per call.
+int64_t gDirAttrs(void* /*arg*/, const rdmDirQuery_t& q, rdmWriter* out) {
+  if (callerIsRoot()) return rdmAnswerDirAttrs(real(), q, out);
+  const char* dir = q.dir.c_str();
+  if (dir[0] != '/') {
+    errno = EINVAL;  // the daemon's directory is not the caller's
+    return -1;
+  }
+  if (!mayUseSession(q.sid)) return refuse("dm_get_dmattr", sidText(q.sid), EPERM);
+  const rtdCaller_t& c = *ctx().caller;
+  int listFd = rtdOpenAsCaller(c, dir, O_RDONLY | O_DIRECTORY);
+  if (listFd < 0) {
+    if (errno == EACCES || errno == EPERM)
+      return refuse("dm_path_to_handle", rtdPrintable(dir), EACCES);
+    return -1;
+  }
+  int dirFd = fcntl(listFd, F_DUPFD_CLOEXEC, 0);
+  std::vector<std::string> files;
+  if (dirFd < 0 || rdmListRegularFiles(listFd, q.cursor, &files) != 0) {
+    int err = errno;
+    if (dirFd < 0) close(listFd);
+    if (dirFd >= 0) close(dirFd);
+    errno = err;
+    return -1;
+  }
+  rdmDirReplyBuilder reply;
+  int refused = 0;
+  std::string path;
+  for (size_t first = 0; first < files.size() && !reply.more(); first += kDirChunk) {
+    size_t n = std::min(kDirChunk, files.size() - first);
+    std::vector<DirProbe> probes(n);
+    {
+      rtdCallerFs as(c);
+      if (!as.ok()) {
+        close(dirFd);
+        return refuse("dm_path_to_handle", rtdPrintable(dir), EPERM);
+      }
+      for (size_t k = 0; k < n; ++k) {
+        DirProbe& p = probes[k];
+        p.fd = openat(dirFd, files[first + k].c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC);
+        if (p.fd < 0)
+          p.openErr = errno;
+        else if (statx(p.fd, "", AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &p.stx) != 0)
+          p.openErr = errno;
+        else if (!S_ISREG(p.stx.stx_mode))
+          p.skip = true;
+        else if (!mayOpenForReading(p.fd))
+          p.readErr = errno;
+      }
+    }
+    for (size_t k = 0; k < n; ++k) {
+      if (probes[k].skip) continue;  // left to the single calls
+      rdmDirEntry_t e;
+      e.name = files[first + k];
+      path.assign(q.dir).append("/").append(e.name);
+      answerEntry(q, path, probes[k], &e, &refused);
+      if (!reply.add(e)) break;
+    }
+  }
+  close(dirFd);
+  if (refused > 0 && ctx().refused != nullptr)
+    ctx().refused(ctx().refusedArg, c, "dm_get_dmattr", rtdPrintable(dir), EACCES);
+  reply.finish(out);
+  return 0;
+}
+
 }  // namespace
 
 void rtdDispatch(const rtdGuardContext_t& c, const rdmRequest_t& req, rdmReply_t* rep) {
   ContextScope scope(c);
-  rdmDispatch(kGuard, req, rep);
+  rdmDispatch(kGuard, req, rep, gDirAttrs, nullptr);
 }
 
 int rtdReapSessions(const rtdGuardContext_t& c) {

@@ -17,6 +17,11 @@
 //    or read data invisibly, only on a file it could open for reading;
 //  - may set or remove DM attributes and set managed regions only on a
 //    file it owns;
+//  - may ask for a directory's files at once (rdm_dirattrs.h) only when it
+//    could list the directory itself; each file is then judged as the
+//    single calls would judge it (PathToHandle needs reach, GetDmattr
+//    read permission: an unreadable file's attributes come back EACCES),
+//    and the refused files of one call are reported once;
 //  - may not use events, tokens or rights, set file attributes, punch
 //    holes or write invisibly; a file call carrying a token other than
 //    DM_NO_TOKEN, or another process's session, is refused.

@@ -1,0 +1,96 @@
+// The directory call of the root daemon's service (rdmDirAttrsCall): for
+// one directory, every regular file's handle and a few DM attributes in one
+// exchange, so that a user listing a directory of stubs pays one round trip
+// per directory instead of two or three per file.
+//
+// Request: u64 sid, bytes directory (absolute, with its NUL), bytes cursor
+//          (a name; only names sorting after it are answered, empty: from
+//          the start), u32 n (1..rdmDirMaxNames), n names.
+// Reply:   result 0, or -1 with the errno of opening the directory;
+//          u32 count, u32 more (1: ask again with the last name as cursor),
+//          count entries in name order, each: bytes name, i32 errno of
+//          PathToHandle (0: done), handle, then per requested name: i32
+//          errno of GetDmattr (0: done), u64 rlen, bytes value.
+// An entry is a regular file (symbolic links are not followed); its handle
+// is what PathToHandle gives for directory + "/" + name, and each attribute
+// what GetDmattr with DM_NO_TOKEN gives with a buffer of rdmDirValueMax
+// bytes.  Both go through the daemon's binding, so a caller sees exactly
+// what the single calls would show it.
+#ifndef QMX_HSM_DMAPI_RDM_DIRATTRS_H_
+#define QMX_HSM_DMAPI_RDM_DIRATTRS_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "hsm/dmapi/dmapi_binding.h"
+#include "hsm/dmapi/rdm_proto.h"
+
+constexpr uint32_t rdmDirMaxNames = 4;
+constexpr size_t rdmDirValueMax = 64 * 1024;
+
+struct rdmDirAttr_t {
+  int err = 0;  // errno of GetDmattr, 0 when it succeeded
+  uint64_t rlen = 0;
+  std::vector<unsigned char> value;
+};
+
+struct rdmDirEntry_t {
+  std::string name;
+  int handleErr = 0;  // errno of PathToHandle, 0 when it succeeded
+  std::vector<unsigned char> handle;
+  std::vector<rdmDirAttr_t> attrs;  // one per requested name, in order
+};
+
+// The arguments of a directory call.
+struct rdmDirQuery_t {
+  dm_sessid_t sid = DM_NO_SESSION;
+  std::string dir;
+  std::string cursor;
+  std::vector<dm_attrname_t> names;
+};
+
+void rdmEncodeDirQuery(const rdmDirQuery_t& q, rdmWriter* out);
+// False when the arguments do not decode exactly or make no sense (no
+// directory, a NUL inside it, no names or too many, a cursor that is not a
+// file name).
+bool rdmDecodeDirQuery(rdmReader& in, rdmDirQuery_t* q);
+
+// Encodes the entries part of a reply.
+void rdmPutDirEntries(const std::vector<rdmDirEntry_t>& entries, bool more, rdmWriter* out);
+// Decodes it, expecting |nattrs| attributes per entry.  False when the
+// payload is malformed (a wrong attribute count, a bad name, a value longer
+// than its limit, bytes left over).
+bool rdmGetDirEntries(rdmReader& in, size_t nattrs, std::vector<rdmDirEntry_t>* entries,
+                      bool* more);
+
+// Gathers the entries of one reply within the payload limit.
+class rdmDirReplyBuilder {
+ public:
+  // Appends |e|; false (and more() true) when it no longer fits.
+  bool add(const rdmDirEntry_t& e);
+  bool more() const { return more_; }
+  void finish(rdmWriter* out) const;
+
+ private:
+  rdmWriter body_;
+  uint32_t count_ = 0;
+  bool more_ = false;
+};
+
+// The names of the regular files (symbolic links not followed) of the
+// directory open on |fd| that sort after |cursor|, sorted byte-wise.  Takes
+// |fd| over.  Returns 0 or -1 with errno.
+int rdmListRegularFiles(int fd, const std::string& cursor, std::vector<std::string>* names);
+
+// GetDmattr of |name| through |dm| with DM_NO_TOKEN into |*a|: a small
+// buffer first, then one as large as the value (up to rdmDirValueMax).
+void rdmReadDirAttr(const dmapiBinding_t& dm, dm_sessid_t sid, void* hanp, size_t hlen,
+                    const dm_attrname_t& name, rdmDirAttr_t* a);
+
+// Answers |q| with the calls of |dm| (PathToHandle, then GetDmattr per
+// name), the directory opened plainly.  Returns 0, or -1 with errno of the
+// directory.
+int64_t rdmAnswerDirAttrs(const dmapiBinding_t& dm, const rdmDirQuery_t& q, rdmWriter* out);
+
+#endif  // QMX_HSM_DMAPI_RDM_DIRATTRS_H_
