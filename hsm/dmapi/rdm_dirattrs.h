@@ -13,9 +13,10 @@
 //          errno of GetDmattr (0: done), u64 rlen, bytes value.
 // An entry is a regular file (symbolic links are not followed); its handle
 // is what PathToHandle gives for directory + "/" + name, and each attribute
-// what GetDmattr with DM_NO_TOKEN gives with a buffer of rdmDirValueMax
-// bytes.  Both go through the daemon's binding, so a caller sees exactly
-// what the single calls would show it.
+// what GetDmattr with DM_NO_TOKEN gives (a value of up to rdmDirValueMax
+// bytes; a larger one gets E2BIG and its length).  The daemon answers under
+// the rules of the single calls, so a caller sees exactly what they would
+// show it, and nothing they would refuse.
 #ifndef QMX_HSM_DMAPI_RDM_DIRATTRS_H_
 #define QMX_HSM_DMAPI_RDM_DIRATTRS_H_
 

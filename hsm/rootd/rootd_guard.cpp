@@ -12,6 +12,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <system_error>
+#include <thread>
 
 #include "hsm/dmapi/provider/handle.h"
 #include "hsm/dmapi/rdm_dirattrs.h"
@@ -510,8 +512,10 @@ class ContextScope {
 
 // ---- Directory calls ----------------------------------------------------------
 
-// How many files are looked at under one switch of identity.
-constexpr size_t kDirChunk = 256;
+// How many files are looked at under one switch of identity, and from how
+// many on a chunk is worth sharing with a second thread.
+constexpr size_t kDirChunk = 512;
+constexpr size_t kDirShare = 64;
 
 // One file of a directory call, as the caller sees it.
 struct DirProbe {
@@ -589,11 +593,53 @@ void answerEntry(const rdmDirQuery_t& q, const std::string& path, const DirProbe
   std::free(sub);
 }
 
+// Files |begin|..|end| of |files| (in directory |dirFd|) into |entries|
+// (index k - |base|; |keep| 0 for a file that is no longer a regular file):
+// reached and judged with the caller's identity, read with root's.
+// Returns 0, or -1 with errno when the identity could not be switched.
+int answerRange(const rdmDirQuery_t& q, int dirFd, const std::vector<std::string>& files,
+                size_t base, size_t begin, size_t end, std::vector<rdmDirEntry_t>* entries,
+                std::vector<char>* keep, int* refused) {
+  const rtdCaller_t& c = *ctx().caller;
+  std::vector<DirProbe> probes(end - begin);
+  {
+    rtdCallerFs as(c);
+    if (!as.ok()) {
+      errno = EPERM;
+      return -1;
+    }
+    for (size_t k = begin; k < end; ++k) {
+      DirProbe& p = probes[k - begin];
+      p.fd = openat(dirFd, files[k].c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC);
+      if (p.fd < 0)
+        p.openErr = errno;
+      else if (statx(p.fd, "", AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &p.stx) != 0)
+        p.openErr = errno;
+      else if (!S_ISREG(p.stx.stx_mode))
+        p.skip = true;
+      else if (!mayOpenForReading(p.fd))
+        p.readErr = errno;
+    }
+  }
+  std::string path;
+  for (size_t k = begin; k < end; ++k) {
+    const DirProbe& p = probes[k - begin];
+    (*keep)[k - base] = p.skip ? 0 : 1;  // a file that changed is left to the single calls
+    if (p.skip) continue;
+    rdmDirEntry_t& e = (*entries)[k - base];
+    e.name = files[k];
+    path.assign(q.dir).append("/").append(e.name);
+    answerEntry(q, path, p, &e, refused);
+  }
+  return 0;
+}
+
 // A directory call.  A caller other than root lists only a directory it
 // could list itself (read and search permission on the way); each file is
 // then reached and judged with the caller's identity, a chunk of files per
-// switch, and read with root's, just as the single calls would do it.
-// Refused files are reported in one line per call.
+// switch, and read with root's, just as the single calls would do it.  The
+// caller waits for the whole answer, so a chunk is shared with a second
+// thread.  Refused files are reported in one line per call.
 int64_t gDirAttrs(void* /*arg*/, const rdmDirQuery_t& q, rdmWriter* out) {
   if (callerIsRoot()) return rdmAnswerDirAttrs(real(), q, out);
   const char* dir = q.dir.c_str();
@@ -620,40 +666,40 @@ int64_t gDirAttrs(void* /*arg*/, const rdmDirQuery_t& q, rdmWriter* out) {
   }
   rdmDirReplyBuilder reply;
   int refused = 0;
-  std::string path;
+  int helperRefused = 0;
+  const rtdGuardContext_t* parent = tCtx;
   for (size_t first = 0; first < files.size() && !reply.more(); first += kDirChunk) {
-    size_t n = std::min(kDirChunk, files.size() - first);
-    std::vector<DirProbe> probes(n);
-    {
-      rtdCallerFs as(c);
-      if (!as.ok()) {
-        close(dirFd);
-        return refuse("dm_path_to_handle", rtdPrintable(dir), EPERM);
-      }
-      for (size_t k = 0; k < n; ++k) {
-        DirProbe& p = probes[k];
-        p.fd = openat(dirFd, files[first + k].c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC);
-        if (p.fd < 0)
-          p.openErr = errno;
-        else if (statx(p.fd, "", AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &p.stx) != 0)
-          p.openErr = errno;
-        else if (!S_ISREG(p.stx.stx_mode))
-          p.skip = true;
-        else if (!mayOpenForReading(p.fd))
-          p.readErr = errno;
+    size_t end = std::min(files.size(), first + kDirChunk);
+    std::vector<rdmDirEntry_t> entries(end - first);
+    std::vector<char> keep(end - first, 0);
+    size_t mid = end - first >= kDirShare ? first + (end - first) / 2 : end;
+    int helperRc = 0;
+    int helperErr = 0;
+    std::thread helper;
+    if (mid < end) {
+      try {
+        helper = std::thread([&] {
+          tCtx = parent;
+          helperRc = answerRange(q, dirFd, files, first, mid, end, &entries, &keep, &helperRefused);
+          helperErr = errno;
+          tCtx = nullptr;
+        });
+      } catch (const std::system_error&) {
+        mid = end;  // no thread to be had: all on this one
       }
     }
-    for (size_t k = 0; k < n; ++k) {
-      if (probes[k].skip) continue;  // left to the single calls
-      rdmDirEntry_t e;
-      e.name = files[first + k];
-      path.assign(q.dir).append("/").append(e.name);
-      answerEntry(q, path, probes[k], &e, &refused);
-      if (!reply.add(e)) break;
+    int rc = answerRange(q, dirFd, files, first, first, mid, &entries, &keep, &refused);
+    if (helper.joinable()) helper.join();
+    if (rc != 0 || helperRc != 0) {
+      close(dirFd);
+      errno = rc != 0 ? errno : helperErr;
+      return refuse("dm_path_to_handle", rtdPrintable(dir), EPERM);
     }
+    for (size_t k = 0; k < end - first; ++k)
+      if (keep[k] && !reply.add(entries[k])) break;
   }
   close(dirFd);
-  if (refused > 0 && ctx().refused != nullptr)
+  if (refused + helperRefused > 0 && ctx().refused != nullptr)
     ctx().refused(ctx().refusedArg, c, "dm_get_dmattr", rtdPrintable(dir), EACCES);
   reply.finish(out);
   return 0;
