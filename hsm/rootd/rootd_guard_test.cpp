@@ -12,6 +12,7 @@ namespace {
 class GuardTest : public ::testing::Test {
  protected:
   void SetUp() override {
+    ROOTD_SKIP_FORK_UNDER_SANITIZER();
     RTD_NEED_ROOT();
     dmBindBuiltIn(&dm_);
     char* v = nullptr;

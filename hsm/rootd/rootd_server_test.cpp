@@ -198,6 +198,7 @@ TEST_F(ServerTest, ClientLeavingMidReplyHurtsNobody) {
 // A few thousand random and truncated requests from a user that is not
 // root, then a normal request from that user still gets its answer.
 TEST_F(ServerTest, SurvivesAFuzzedStream) {
+  ROOTD_SKIP_FORK_UNDER_SANITIZER();
   ServerThread t(config(16, 1000));
   ASSERT_EQ(t.listenRc(), 0);
   std::string own = box_.file("own", kNobody, 0644);
