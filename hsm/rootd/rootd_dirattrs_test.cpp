@@ -12,39 +12,12 @@ using namespace rtdtest;
 
 namespace {
 
-class DirAttrsTest : public ::testing::Test {
+class DirAttrsTest : public StubDaemonTest {
  protected:
-  void SetUp() override {
-    ROOTD_SKIP_FORK_UNDER_SANITIZER();
-    RTD_NEED_ROOT();
-    dmBindBuiltIn(&dm_);
-    char* v = nullptr;
-    ASSERT_EQ(dm_.init_service(&v), 0);
-    ASSERT_EQ(dm_.create_session(0, const_cast<char*>("rootsess"), &rootSid_), 0);
-    own_ = box_.file("own.stub", kNobody, 0644);
-    other_ = box_.file("other.stub", 0, 0644);
-    secret_ = box_.file("secret", 0, 0600);
-    for (const std::string* p : {&own_, &other_, &secret_}) {
-      auto h = handleOf(dm_, *p);
-      ASSERT_FALSE(h.empty());
-      dm_attrname_t n = attrName("KVRObj");
-      ASSERT_EQ(dm_.set_dmattr(rootSid_, h.data(), h.size(), DM_NO_TOKEN, &n, 0, 3,
-                               const_cast<char*>("old")),
-                0);
-    }
+  // A link and a subdirectory beside the stubs: neither is a file to answer.
+  void prepare() override {
     ASSERT_EQ(symlink(own_.c_str(), box_.path("link").c_str()), 0);
     ASSERT_EQ(mkdir(box_.path("sub").c_str(), 0755), 0);
-    rtdServerConfig_t cfg;
-    cfg.socketPath = box_.path("run/qmxrootd.sock");
-    cfg.dm = &dm_;
-    server_ = std::make_unique<ServerThread>(cfg);
-    ASSERT_EQ(server_->listenRc(), 0);
-    sock_ = cfg.socketPath;
-  }
-
-  void TearDown() override {
-    server_.reset();
-    if (rootSid_ != 0) dm_.destroy_session(rootSid_);
   }
 
   static rdmWriter query(dm_sessid_t sid, const std::string& dir, const std::string& cursor = "") {
@@ -92,12 +65,6 @@ class DirAttrsTest : public ::testing::Test {
     return std::to_string(a.err == 0 ? 0 : -1) + "/" + std::to_string(a.err) + "=" +
            std::string(a.value.begin(), a.value.end());
   }
-
-  Sandbox box_;
-  dmapiBinding_t dm_;
-  std::unique_ptr<ServerThread> server_;
-  dm_sessid_t rootSid_ = 0;
-  std::string sock_, own_, other_, secret_;
 };
 
 TEST_F(DirAttrsTest, UserGetsReadableFilesAndRefusalsForTheRest) {

@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -231,6 +232,53 @@ inline std::vector<unsigned char> handleOf(const dmapiBinding_t& dm, const std::
   dm.handle_free(h, l);
   return out;
 }
+
+// A daemon thread serving the built-in provider in a sandbox with three
+// stubs, each carrying "KVRObj" = "old": own.stub (nobody's), other.stub
+// (root's, readable by all) and secret (root's, readable by root only).
+// Subclasses add files before the daemon starts through prepare().
+class StubDaemonTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ROOTD_SKIP_FORK_UNDER_SANITIZER();
+    RTD_NEED_ROOT();
+    dmBindBuiltIn(&dm_);
+    char* v = nullptr;
+    ASSERT_EQ(dm_.init_service(&v), 0);
+    ASSERT_EQ(dm_.create_session(0, const_cast<char*>("rootsess"), &rootSid_), 0);
+    own_ = box_.file("own.stub", kNobody, 0644);
+    other_ = box_.file("other.stub", 0, 0644);
+    secret_ = box_.file("secret", 0, 0600);
+    // An attribute on every file, set by root directly.
+    for (const std::string* p : {&own_, &other_, &secret_}) {
+      auto h = handleOf(dm_, *p);
+      ASSERT_FALSE(h.empty());
+      dm_attrname_t n = attrName("KVRObj");
+      ASSERT_EQ(dm_.set_dmattr(rootSid_, h.data(), h.size(), DM_NO_TOKEN, &n, 0, 3,
+                               const_cast<char*>("old")),
+                0);
+    }
+    prepare();
+    if (HasFatalFailure()) return;
+    rtdServerConfig_t cfg;
+    cfg.socketPath = box_.path("run/qmxrootd.sock");
+    cfg.dm = &dm_;
+    server_ = std::make_unique<ServerThread>(cfg);
+    ASSERT_EQ(server_->listenRc(), 0);
+    sock_ = cfg.socketPath;
+  }
+  void TearDown() override {
+    server_.reset();
+    if (rootSid_ != 0) dm_.destroy_session(rootSid_);
+  }
+  virtual void prepare() {}
+
+  Sandbox box_;
+  dmapiBinding_t dm_{};
+  std::unique_ptr<ServerThread> server_;
+  dm_sessid_t rootSid_ = 0;
+  std::string sock_, own_, other_, secret_;
+};
 
 }  // namespace rtdtest
 
