@@ -173,6 +173,24 @@ int wrongSize() {
   return -1;
 }
 
+// A counted list of a reply: the count goes to *|nelemp| whatever the
+// result (so that E2BIG can say how many there are); after success the
+// items, read one by one with |get|, go to |out|, which holds |room|.
+template <typename T, typename Get>
+int readList(const rdmReply_t& rep, rdmReader& r, unsigned int room, T* out, unsigned int* nelemp,
+             Get get) {
+  uint32_t n = r.u32();
+  if (nelemp != nullptr) *nelemp = n;
+  if (rep.result == 0) {
+    if (n > room) return wrongSize();
+    for (uint32_t i = 0; i < n; ++i) {
+      T item = get(r);
+      if (out != nullptr) out[i] = item;
+    }
+  }
+  return finish(rep, r);
+}
+
 }  // namespace
 
 int rdmPoolSize() {
@@ -252,16 +270,7 @@ int rdmGetAllTokens(dm_sessid_t sid, unsigned int nelem, dm_token_t* tokens, uns
   rdmReply_t rep;
   if (rdmTransact(rdmGetAllTokensCall, w, &rep) != 0) return -1;
   rdmReader r(rep.payload.data(), rep.payload.size());
-  uint32_t n = r.u32();
-  if (nelemp != nullptr) *nelemp = n;
-  if (rep.result == 0) {
-    if (n > nelem) return wrongSize();
-    for (uint32_t i = 0; i < n; ++i) {
-      dm_token_t t = r.token();
-      if (tokens != nullptr) tokens[i] = t;
-    }
-  }
-  return finish(rep, r);
+  return readList(rep, r, nelem, tokens, nelemp, [](rdmReader& in) { return in.token(); });
 }
 
 int rdmSetDmattr(dm_sessid_t sid, const void* hanp, size_t hlen, dm_token_t token,
@@ -459,16 +468,8 @@ int rdmGetAllSessions(unsigned int nelem, dm_sessid_t* sids, unsigned int* nelem
   rdmReply_t rep;
   if (rdmTransact(rdmGetAllSessionsCall, w, &rep) != 0) return -1;
   rdmReader r(rep.payload.data(), rep.payload.size());
-  uint32_t n = r.u32();
-  if (nelemp != nullptr) *nelemp = n;
-  if (rep.result == 0) {
-    if (n > nelem) return wrongSize();
-    for (uint32_t i = 0; i < n; ++i) {
-      dm_sessid_t s = r.u64();
-      if (sids != nullptr) sids[i] = s;
-    }
-  }
-  return finish(rep, r);
+  return readList(rep, r, nelem, sids, nelemp,
+                  [](rdmReader& in) { return static_cast<dm_sessid_t>(in.u64()); });
 }
 
 int rdmQuerySession(dm_sessid_t sid, size_t buflen, void* buf, size_t* rlenp) {
