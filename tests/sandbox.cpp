@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -48,9 +49,16 @@ void Sandbox::mirror(const std::string& from, const std::string& to) {
     if (stat(src.c_str(), &st) != 0) continue;
     if (S_ISDIR(st.st_mode)) {
       mirror(src, dst);
-    } else if (symlink(src.c_str(), dst.c_str()) != 0) {
-      closedir(d);
-      throw std::runtime_error("cannot link " + dst);
+    } else if (link(src.c_str(), dst.c_str()) != 0) {
+      // Hard links (or copies across file systems), not symbolic ones: the
+      // installation may sit below a directory that only root can enter,
+      // and the tests run the programs as other users too.
+      std::error_code ec;
+      std::filesystem::copy_file(src, dst, ec);
+      if (ec) {
+        closedir(d);
+        throw std::runtime_error("cannot copy " + dst);
+      }
     }
   }
   closedir(d);

@@ -2,9 +2,10 @@
 //
 // Each Sandbox is a fresh temporary directory R used as the system root
 // (QMX_SYSROOT=R): the installed client is mirrored at
-// R/opt/norvik/nqb/client, and the test writes option files, makes managed
-// file systems and runs the programs there as separate processes.  The
-// directory is removed when the sandbox goes (unless QMX_KEEP_SANDBOX is set).
+// R/opt/norvik/nqb/client (directories made, files linked or copied), and
+// the test writes option files, makes managed file systems and runs the
+// programs there as separate processes.  The directory is removed when the
+// sandbox goes (unless QMX_KEEP_SANDBOX is set).
 #ifndef QMX_TESTS_SANDBOX_H_
 #define QMX_TESTS_SANDBOX_H_
 
