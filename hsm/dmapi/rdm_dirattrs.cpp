@@ -39,6 +39,8 @@ void rdmEncodeDirQuery(const rdmDirQuery_t& q, rdmWriter* out) {
   out->u64(q.sid);
   out->bytes(q.dir.c_str(), q.dir.size() + 1);
   out->bytes(q.cursor.data(), q.cursor.size());
+  out->u32(q.flags);
+  out->u32(q.limit);
   out->u32(static_cast<uint32_t>(q.names.size()));
   for (const dm_attrname_t& n : q.names) out->name(n);
 }
@@ -53,6 +55,9 @@ bool rdmDecodeDirQuery(rdmReader& in, rdmDirQuery_t* q) {
   p = in.bytes(&n);
   if (!in.ok() || (n > 0 && !isFileName(p, n))) return false;
   q->cursor.assign(reinterpret_cast<const char*>(p), n);
+  q->flags = in.u32();
+  q->limit = in.u32();
+  if ((q->flags & ~rdmDirIfAbsent) != 0) return false;
   uint32_t count = in.u32();
   if (!in.ok() || count < 1 || count > rdmDirMaxNames) return false;
   q->names.clear();
@@ -99,6 +104,10 @@ bool rdmGetDirEntries(rdmReader& in, size_t nattrs, std::vector<rdmDirEntry_t>* 
 
 bool rdmDirReplyBuilder::add(const rdmDirEntry_t& e) {
   if (more_) return false;
+  if (limit_ != 0 && count_ >= limit_) {
+    more_ = true;
+    return false;
+  }
   size_t before = body_.data().size();
   rdmWriter one;
   putEntry(e, &one);
@@ -149,8 +158,10 @@ int rdmListRegularFiles(int fd, const std::string& cursor, std::vector<std::stri
   return 0;
 }
 
-void rdmReadDirAttr(const dmapiBinding_t& dm, dm_sessid_t sid, void* hanp, size_t hlen,
-                    const dm_attrname_t& name, rdmDirAttr_t* a) {
+namespace {
+
+void readDirAttr(const dmapiBinding_t& dm, dm_sessid_t sid, void* hanp, size_t hlen,
+                 const dm_attrname_t& name, rdmDirAttr_t* a) {
   dm_attrname_t n = name;
   size_t size = kFirstRead;
   for (;;) {
@@ -171,6 +182,25 @@ void rdmReadDirAttr(const dmapiBinding_t& dm, dm_sessid_t sid, void* hanp, size_
   }
 }
 
+}  // namespace
+
+void rdmReadDirAttrs(const dmapiBinding_t& dm, const rdmDirQuery_t& q, void* hanp, size_t hlen,
+                     std::vector<rdmDirAttr_t>* attrs) {
+  attrs->resize(q.names.size());
+  bool found = false;
+  for (size_t i = 0; i < q.names.size(); ++i) {
+    rdmDirAttr_t& a = (*attrs)[i];
+    if (found && (q.flags & rdmDirIfAbsent) != 0) {
+      a.err = rdmDirNotRead;
+      a.rlen = 0;
+      a.value.clear();
+      continue;
+    }
+    readDirAttr(dm, q.sid, hanp, hlen, q.names[i], &a);
+    found = found || (a.err != ENOENT && a.err != ENODATA);
+  }
+}
+
 int64_t rdmAnswerDirAttrs(const dmapiBinding_t& dm, const rdmDirQuery_t& q, rdmWriter* out) {
   if (q.dir[0] != '/') {
     errno = EINVAL;  // the daemon's directory is not the caller's
@@ -179,9 +209,13 @@ int64_t rdmAnswerDirAttrs(const dmapiBinding_t& dm, const rdmDirQuery_t& q, rdmW
   int fd = open(q.dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   std::vector<std::string> files;
   if (fd < 0 || rdmListRegularFiles(fd, q.cursor, &files) != 0) return -1;
-  rdmDirReplyBuilder reply;
+  rdmDirReplyBuilder reply(q.limit);
   std::string path;
   for (const std::string& name : files) {
+    if (reply.room() == 0) {
+      reply.cut();
+      break;
+    }
     rdmDirEntry_t e;
     e.name = name;
     path.assign(q.dir).append("/").append(name);
@@ -194,13 +228,10 @@ int64_t rdmAnswerDirAttrs(const dmapiBinding_t& dm, const rdmDirQuery_t& q, rdmW
     } else {
       e.handleErr = errno != 0 ? errno : EIO;
     }
-    e.attrs.resize(q.names.size());
-    for (size_t i = 0; i < q.names.size(); ++i) {
-      if (e.handleErr != 0)
-        e.attrs[i].err = e.handleErr;
-      else
-        rdmReadDirAttr(dm, q.sid, e.handle.data(), e.handle.size(), q.names[i], &e.attrs[i]);
-    }
+    if (e.handleErr != 0)
+      e.attrs.assign(q.names.size(), rdmDirAttr_t{e.handleErr, 0, {}});
+    else
+      rdmReadDirAttrs(dm, q, e.handle.data(), e.handle.size(), &e.attrs);
     if (!reply.add(e)) break;
   }
   reply.finish(out);

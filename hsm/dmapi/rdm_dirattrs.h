@@ -5,7 +5,8 @@
 //
 // Request: u64 sid, bytes directory (absolute, with its NUL), bytes cursor
 //          (a name; only names sorting after it are answered, empty: from
-//          the start), u32 n (1..rdmDirMaxNames), n names.
+//          the start), u32 flags, u32 limit (at most this many entries in
+//          the reply, 0: as many as fit), u32 n (1..rdmDirMaxNames), n names.
 // Reply:   result 0, or -1 with the errno of opening the directory;
 //          u32 count, u32 more (1: ask again with the last name as cursor),
 //          count entries in name order, each: bytes name, i32 errno of
@@ -17,9 +18,16 @@
 // bytes; a larger one gets E2BIG and its length).  The daemon answers under
 // the rules of the single calls, so a caller sees exactly what they would
 // show it, and nothing they would refuse.
+//
+// With rdmDirIfAbsent in the flags a name is read only when every name
+// before it was absent (ENOENT or ENODATA); the others are answered
+// rdmDirNotRead.  That is how a migration state is read (the premigration
+// attribute matters only without the migration one), and it spares a
+// directory of stubs one read per file.
 #ifndef QMX_HSM_DMAPI_RDM_DIRATTRS_H_
 #define QMX_HSM_DMAPI_RDM_DIRATTRS_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -29,9 +37,12 @@
 
 constexpr uint32_t rdmDirMaxNames = 4;
 constexpr size_t rdmDirValueMax = 64 * 1024;
+constexpr uint32_t rdmDirIfAbsent = 1;  // the only flag
+// The errno slot of an attribute that rdmDirIfAbsent left unread.
+constexpr int rdmDirNotRead = -1;
 
 struct rdmDirAttr_t {
-  int err = 0;  // errno of GetDmattr, 0 when it succeeded
+  int err = 0;  // errno of GetDmattr, 0 when it succeeded, or rdmDirNotRead
   uint64_t rlen = 0;
   std::vector<unsigned char> value;
 };
@@ -48,13 +59,15 @@ struct rdmDirQuery_t {
   dm_sessid_t sid = DM_NO_SESSION;
   std::string dir;
   std::string cursor;
+  uint32_t flags = 0;
+  uint32_t limit = 0;
   std::vector<dm_attrname_t> names;
 };
 
 void rdmEncodeDirQuery(const rdmDirQuery_t& q, rdmWriter* out);
 // False when the arguments do not decode exactly or make no sense (no
 // directory, a NUL inside it, no names or too many, a cursor that is not a
-// file name).
+// file name, an unknown flag).
 bool rdmDecodeDirQuery(rdmReader& in, rdmDirQuery_t* q);
 
 // Encodes the entries part of a reply.
@@ -65,16 +78,24 @@ void rdmPutDirEntries(const std::vector<rdmDirEntry_t>& entries, bool more, rdmW
 bool rdmGetDirEntries(rdmReader& in, size_t nattrs, std::vector<rdmDirEntry_t>* entries,
                       bool* more);
 
-// Gathers the entries of one reply within the payload limit.
+// Gathers the entries of one reply within the payload limit and at most
+// |limit| entries (0: no limit).
 class rdmDirReplyBuilder {
  public:
+  explicit rdmDirReplyBuilder(uint32_t limit = 0) : limit_(limit) {}
   // Appends |e|; false (and more() true) when it no longer fits.
   bool add(const rdmDirEntry_t& e);
   bool more() const { return more_; }
+  // How many more entries the limit allows (SIZE_MAX without one).
+  size_t room() const { return limit_ == 0 ? SIZE_MAX : limit_ - count_; }
+  // Says that entries were left out (when the limit is reached before
+  // the next file is looked at).
+  void cut() { more_ = true; }
   void finish(rdmWriter* out) const;
 
  private:
   rdmWriter body_;
+  uint32_t limit_;
   uint32_t count_ = 0;
   bool more_ = false;
 };
@@ -84,10 +105,11 @@ class rdmDirReplyBuilder {
 // |fd| over.  Returns 0 or -1 with errno.
 int rdmListRegularFiles(int fd, const std::string& cursor, std::vector<std::string>* names);
 
-// GetDmattr of |name| through |dm| with DM_NO_TOKEN into |*a|: a small
-// buffer first, then one as large as the value (up to rdmDirValueMax).
-void rdmReadDirAttr(const dmapiBinding_t& dm, dm_sessid_t sid, void* hanp, size_t hlen,
-                    const dm_attrname_t& name, rdmDirAttr_t* a);
+// GetDmattr of each name of |q| through |dm| with DM_NO_TOKEN into
+// |*attrs| (resized to match), as |q|'s flags ask: a small buffer first,
+// then one as large as the value (up to rdmDirValueMax).
+void rdmReadDirAttrs(const dmapiBinding_t& dm, const rdmDirQuery_t& q, void* hanp, size_t hlen,
+                     std::vector<rdmDirAttr_t>* attrs);
 
 // Answers |q| with the calls of |dm| (PathToHandle, then GetDmattr per
 // name), the directory opened plainly.  Returns 0, or -1 with errno of the
