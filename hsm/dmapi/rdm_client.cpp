@@ -82,6 +82,8 @@ class Connection {
     pid_ = self;
     return fd_;
   }
+  // The descriptor of a connection this process holds, or -1.
+  int held() const { return fd_ >= 0 && pid_ == getpid() ? fd_ : -1; }
   void drop() {
     if (fd_ >= 0) close(fd_);
     fd_ = -1;
@@ -94,9 +96,36 @@ class Connection {
 
 thread_local Connection tConnection;
 
+// A directory call sent ahead (rdmDirAttrsSend) and not yet received.
+struct Pending {
+  bool active = false;
+  bool received = false;  // |rep| holds its reply (read early by another call)
+  bool failed = false;    // its request or reply was lost; ask again
+  rdmRequest_t req;
+  rdmDirQuery_t q;
+  rdmReply_t rep;
+};
+
+thread_local Pending tPending;
+
+// Reads the reply of the pending request off the connection, so that the
+// connection is free for another call.
+void collectPending() {
+  Pending& p = tPending;
+  if (!p.active || p.received || p.failed) return;
+  int fd = tConnection.held();
+  if (fd < 0 || rdmReadReply(fd, &p.rep) != 0) {
+    tConnection.drop();
+    p.failed = true;
+    return;
+  }
+  p.received = true;
+}
+
 // One exchange.  Returns 0 with |*rep|, or -1 (errno EACCES) when it
 // failed or the reply is not the answer to this request.
 int exchange(uint16_t call, const rdmWriter& args, rdmReply_t* rep) {
+  collectPending();
   rdmRequest_t req;
   req.call = call;
   req.key = nextKey();
@@ -538,34 +567,100 @@ int rdmGetRegion(dm_sessid_t sid, const void* hanp, size_t hlen, dm_token_t toke
   return finish(rep, r);
 }
 
-int rdmDirAttrs(dm_sessid_t sid, const char* dir, const std::string& cursor,
-                const dm_attrname_t* names, unsigned int n, std::vector<rdmDirEntry_t>* entries,
-                bool* more) {
-  if (dir == nullptr || names == nullptr || entries == nullptr || more == nullptr || n == 0 ||
-      n > rdmDirMaxNames) {
-    errno = EINVAL;
-    return -1;
-  }
-  rdmDirQuery_t q;
-  q.sid = sid;
-  q.dir = dir;
-  q.cursor = cursor;
-  q.names.assign(names, names + n);
-  rdmWriter w;
-  rdmEncodeDirQuery(q, &w);
-  rdmReply_t rep;
-  if (rdmTransact(rdmDirAttrsCall, w, &rep) != 0) return -1;
+namespace {
+
+// Decodes a reply to the directory query |q|.
+int dirReply(const rdmDirQuery_t& q, const rdmReply_t& rep, std::vector<rdmDirEntry_t>* entries,
+             bool* more) {
   rdmReader r(rep.payload.data(), rep.payload.size());
-  if (!rdmGetDirEntries(r, n, entries, more)) return wrongSize();
+  if (!rdmGetDirEntries(r, q.names.size(), entries, more)) return wrongSize();
   // Names come sorted and after the cursor; anything else is not an answer
   // to this request.
-  const std::string* prev = &cursor;
+  const std::string* prev = &q.cursor;
   for (const rdmDirEntry_t& e : *entries) {
     if (!prev->empty() && e.name <= *prev) return wrongSize();
     prev = &e.name;
   }
   if (rep.result != 0 && (!entries->empty() || *more)) return wrongSize();
   if (*more && entries->empty()) return wrongSize();  // no progress
+  if (q.limit != 0 && entries->size() > q.limit) return wrongSize();
   errno = rep.err;
   return static_cast<int>(rep.result);
+}
+
+bool validQuery(const rdmDirQuery_t& q) {
+  return !q.dir.empty() && !q.names.empty() && q.names.size() <= rdmDirMaxNames &&
+         q.dir.find('\0') == std::string::npos;
+}
+
+}  // namespace
+
+int rdmDirAttrs(const rdmDirQuery_t& q, std::vector<rdmDirEntry_t>* entries, bool* more) {
+  if (!validQuery(q) || entries == nullptr || more == nullptr) {
+    errno = EINVAL;
+    return -1;
+  }
+  rdmWriter w;
+  rdmEncodeDirQuery(q, &w);
+  rdmReply_t rep;
+  if (rdmTransact(rdmDirAttrsCall, w, &rep) != 0) return -1;
+  return dirReply(q, rep, entries, more);
+}
+
+int rdmDirAttrsSend(const rdmDirQuery_t& q) {
+  rdmDirAttrsAbandon();
+  if (!validQuery(q)) {
+    errno = EINVAL;
+    return -1;
+  }
+  Pending& p = tPending;
+  p = Pending();
+  p.active = true;
+  p.q = q;
+  p.req.call = rdmDirAttrsCall;
+  p.req.key = nextKey();
+  rdmWriter w;
+  rdmEncodeDirQuery(q, &w);
+  p.req.payload = w.data();
+  // As in exchange: a kept connection the daemon closed meanwhile fails at
+  // once, and the request goes once more on a new one.
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    bool reused = false;
+    int fd = tConnection.get(&reused);
+    if (fd >= 0 && rdmWriteRequest(fd, p.req) == 0) return 0;
+    int err = errno;
+    tConnection.drop();
+    if (fd < 0 || !reused || (err != EPIPE && err != ECONNRESET)) break;
+  }
+  p.failed = true;  // rdmDirAttrsReceive asks again and reports the failure
+  return 0;
+}
+
+int rdmDirAttrsReceive(std::vector<rdmDirEntry_t>* entries, bool* more) {
+  Pending& p = tPending;
+  if (!p.active || entries == nullptr || more == nullptr) {
+    errno = EINVAL;
+    return -1;
+  }
+  collectPending();
+  Pending done = std::move(p);
+  p = Pending();
+  const rdmReply_t& rep = done.rep;
+  bool answered = !done.failed && rep.key == done.req.key && rep.call == rdmDirAttrsCall;
+  if (!done.failed && !answered) tConnection.drop();  // out of step with the daemon
+  if (answered && rep.status == 0) return dirReply(done.q, rep, entries, more);
+  // Lost, busy or refused: the ordinary call retries, reconnects and
+  // reports as for any other call.
+  if (TR_DMI && !done.failed)
+    trPrintf(__FILE__, __LINE__, "rdm: directory call sent ahead not answered, status %d\n",
+             answered ? rep.status : -1);
+  return rdmDirAttrs(done.q, entries, more);
+}
+
+void rdmDirAttrsAbandon() {
+  Pending& p = tPending;
+  if (!p.active) return;
+  // Its reply would come before that of the next call: the connection goes.
+  if (!p.received && !p.failed) tConnection.drop();
+  p = Pending();
 }

@@ -68,13 +68,26 @@ int rdmPathToHandle(const char* path, void** hanpp, size_t* hlenp);
 int rdmHandleToPath(const void* hanp, size_t hlen, char* buf, size_t size);
 int rdmGetRegion(dm_sessid_t sid, const void* hanp, size_t hlen, dm_token_t token,
                  unsigned int nelem, dm_region_t* regions, unsigned int* nelemp);
-// One directory call (rdm_dirattrs.h): the regular files of |dir| sorting
-// after |cursor| with their handles and the |n| attributes |names| (read in
-// session |sid|) into |*entries|; |*more| tells that the answer was cut
-// short and goes on after the last entry.  Returns 0, or -1 with errno (the
-// directory's, or EACCES as above).
-int rdmDirAttrs(dm_sessid_t sid, const char* dir, const std::string& cursor,
-                const dm_attrname_t* names, unsigned int n, std::vector<rdmDirEntry_t>* entries,
-                bool* more);
+// One directory call (rdm_dirattrs.h): the answer to |q| into |*entries|;
+// |*more| tells that the answer was cut short and goes on after the last
+// entry.  Returns 0, or -1 with errno (the directory's, EINVAL for a query
+// that makes no sense, or EACCES as above).
+int rdmDirAttrs(const rdmDirQuery_t& q, std::vector<rdmDirEntry_t>* entries, bool* more);
+
+// The same call in two halves, so that the daemon answers while the caller
+// works: rdmDirAttrsSend writes the request and returns at once;
+// rdmDirAttrsReceive gives its answer as rdmDirAttrs would.  A thread has
+// at most one call sent ahead: sending another abandons the first.  Other
+// calls of the thread may come between the halves (the first of them reads
+// the pending reply and keeps it).  A request or reply lost on the way, or
+// answered "busy", is asked again by rdmDirAttrsReceive as an ordinary
+// call, so the daemon may drop a connection that is slow to read.
+// rdmDirAttrsSend returns 0, or -1 with EINVAL for a query that makes no
+// sense; rdmDirAttrsReceive returns -1 with EINVAL when nothing was sent.
+int rdmDirAttrsSend(const rdmDirQuery_t& q);
+int rdmDirAttrsReceive(std::vector<rdmDirEntry_t>* entries, bool* more);
+// Forgets the call sent ahead, if any (its connection is closed unless the
+// reply was already read).
+void rdmDirAttrsAbandon();
 
 #endif  // QMX_HSM_DMAPI_RDM_CLIENT_H_

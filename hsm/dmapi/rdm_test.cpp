@@ -18,90 +18,12 @@
 #include "hsm/dmapi/dmi_testing.h"
 #include "hsm/dmapi/rdm_client.h"
 #include "hsm/dmapi/rdm_dirattrs.h"
+#include "hsm/dmapi/rdm_fake_daemon.h"
 #include "hsm/dmapi/rdm_proto.h"
 #include "hsm/dmapi/rxdsmapi.h"
 #include "hsm/dmapi/uxdsmapi.h"
 
 namespace {
-
-// A stand-in for the root daemon: serves the protocol on the socket of the
-// sandbox with |dm|, and misbehaves on request.
-class FakeDaemon {
- public:
-  enum Mode { kServe, kWrongKey, kWrongSize, kHangUp, kRefuse };
-
-  explicit FakeDaemon(const dmapiBinding_t* dm) : dm_(dm) {
-    std::string path = rdmSocketPath();
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    unlink(path.c_str());
-    fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    struct sockaddr_un addr {};
-    addr.sun_family = AF_UNIX;
-    std::strncpy(addr.sun_path, path.c_str(), sizeof addr.sun_path - 1);
-    ok_ = fd_ >= 0 && bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 &&
-          listen(fd_, 8) == 0;
-    if (ok_) thread_ = std::thread([this] { run(); });
-  }
-  ~FakeDaemon() {
-    stop_ = true;
-    if (thread_.joinable()) thread_.join();
-    if (fd_ >= 0) close(fd_);
-  }
-  bool ok() const { return ok_; }
-
-  std::atomic<Mode> mode{kServe};
-  std::atomic<int> busyReplies{0};  // answer "busy" this many times first
-  std::atomic<int> requests{0};
-
- private:
-  void run() {
-    while (!stop_) {
-      struct pollfd p = {fd_, POLLIN, 0};
-      if (poll(&p, 1, 20) <= 0) continue;
-      int c = accept(fd_, nullptr, nullptr);
-      if (c < 0) continue;
-      serve(c);
-      close(c);
-    }
-  }
-  void serve(int c) {
-    rdmRequest_t req;
-    if (rdmReadRequest(c, &req) != 0) return;
-    ++requests;
-    rdmReply_t rep;
-    if (busyReplies > 0) {
-      --busyReplies;
-      rep.call = req.call;
-      rep.key = req.key;
-      rep.status = EAGAIN;
-      rdmWriteReply(c, rep);
-      return;
-    }
-    rdmDispatch(*dm_, req, &rep);
-    switch (mode.load()) {
-      case kServe:
-        break;
-      case kWrongKey:
-        rep.key ^= 1;
-        break;
-      case kWrongSize:
-        rep.payload.push_back(0);
-        break;
-      case kHangUp:
-        return;
-      case kRefuse:
-        rep.status = EPERM;
-        break;
-    }
-    rdmWriteReply(c, rep);
-  }
-
-  const dmapiBinding_t* dm_;
-  int fd_ = -1;
-  bool ok_ = false;
-  std::atomic<bool> stop_{false};
-  std::thread thread_;
-};
 
 int fakeInit(char** v) {
   static char version[] = "VEXA DMAPI 3.40";
@@ -449,25 +371,13 @@ TEST_F(RdmEndToEndTest, EveryCallAnswersAsTheDirectCallDoes) {
 
 }  // namespace
 
-namespace {
-
-// What one getDmattr gives: "rc/errno=value".
-std::string attrOf(XDSMAPI* x, dm_sessid_t sid, const xdsm_handle_t& h, const char* name) {
-  dm_attrname_t an = dmiAttrName(name);
-  char buf[64] = {};
-  size_t rlen = 0;
-  int rc = x->getDmattr(sid, h, DM_NO_TOKEN, &an, sizeof buf, buf, &rlen);
-  return std::to_string(rc) + "/" + std::to_string(rc == 0 ? 0 : errno) + "=" +
-         std::string(buf, rc == 0 ? rlen : 0);
-}
-
-}  // namespace
-
 TEST(RdmProto, DirectoryQueriesAndEntriesRoundTrip) {
   rdmDirQuery_t q;
   q.sid = 0x1234;
   q.dir = "/fs/d";
   q.cursor = "stub7";
+  q.flags = rdmDirIfAbsent;
+  q.limit = 300;
   q.names = {dmiAttrName("KVRObj"), dmiAttrName("KVRPMig")};
   rdmWriter w;
   rdmEncodeDirQuery(q, &w);
@@ -477,15 +387,19 @@ TEST(RdmProto, DirectoryQueriesAndEntriesRoundTrip) {
   EXPECT_EQ(back.sid, q.sid);
   EXPECT_EQ(back.dir, q.dir);
   EXPECT_EQ(back.cursor, q.cursor);
+  EXPECT_EQ(back.flags, rdmDirIfAbsent);
+  EXPECT_EQ(back.limit, 300u);
   ASSERT_EQ(back.names.size(), 2u);
   EXPECT_STREQ(reinterpret_cast<const char*>(back.names[1].an_chars), "KVRPMig");
 
-  // Bad arguments: a cursor that is not a file name, no names, too many.
-  for (int bad = 0; bad < 3; ++bad) {
+  // Bad arguments: a cursor that is not a file name, no names, too many,
+  // a flag this side does not know.
+  for (int bad = 0; bad < 4; ++bad) {
     rdmDirQuery_t b = q;
     if (bad == 0) b.cursor = "a/b";
     if (bad == 1) b.names.clear();
     if (bad == 2) b.names.assign(rdmDirMaxNames + 1, dmiAttrName("KVRObj"));
+    if (bad == 3) b.flags = 2;
     rdmWriter bw;
     rdmEncodeDirQuery(b, &bw);
     rdmReader br(bw.data().data(), bw.data().size());
@@ -545,83 +459,23 @@ TEST(RdmProto, DirectoryQueriesAndEntriesRoundTrip) {
   EXPECT_EQ(bw.data().size(), 8 + added * entrySize);
   EXPECT_LE(bw.data().size(), rdmMaxPayload);
   EXPECT_GT(bw.data().size() + entrySize, rdmMaxPayload - 64);
-}
 
-TEST_F(RdmEndToEndTest, PrefetchedFilesAreAnsweredWithoutRoundTrips) {
-  manage(fs_);
-  dmapiBinding_t dm;
-  dmBindBuiltIn(&dm);
-  FakeDaemon d(&dm);
-  ASSERT_TRUE(d.ok());
-  UXDSMAPI* u = new UXDSMAPI(DM_FALSE);
-  u->init();
-  delete XDSMAPI::setXDSMAPI(u);
-  ASSERT_EQ(dmiInit(0), 0);
-  dm_sessid_t sid = u->createSession(0, "qmxattr", 0);
-  ASSERT_NE(sid, 0u);
-  std::string a = makeFile("a");
-  std::string b = makeFile("b");
-  xdsm_handle_t h;
-  ASSERT_EQ(handleSetWithPath(&h, a.c_str()), 0);
-  dm_attrname_t obj = dmiAttrName(DMI_ATTR_OBJ);
-  ASSERT_EQ(u->setDmattr(sid, h, DM_NO_TOKEN, &obj, 0, 3, "obj"), 0);
-  handleFree(&h);
-  ASSERT_EQ(mkdir((fs_ + "/sub").c_str(), 0755), 0);
-
-  ASSERT_EQ(dmiPrefetchDirAttributes(fs_.c_str()), 0);
-  int before = d.requests;
-  ASSERT_EQ(handleSetWithPath(&h, a.c_str()), 0);
-  std::vector<unsigned char> cached(static_cast<unsigned char*>(h.hanp),
-                                    static_cast<unsigned char*>(h.hanp) + h.hlen);
-  EXPECT_EQ(attrOf(u, sid, h, DMI_ATTR_OBJ), "0/0=obj");
-  std::string pmig = attrOf(u, sid, h, DMI_ATTR_PMIG);
-  EXPECT_EQ(d.requests, before);
-  // Each answer is given once: asked again, the daemon answers.
-  EXPECT_EQ(attrOf(u, sid, h, DMI_ATTR_OBJ), "0/0=obj");
-  EXPECT_EQ(d.requests, before + 1);
-  // What the daemon says without the cache, the cache said.
-  EXPECT_EQ(attrOf(u, sid, h, DMI_ATTR_PMIG), pmig);
-  EXPECT_NE(pmig.substr(0, 2), "0/");
-  void* fresh = nullptr;
-  size_t freshLen = 0;
-  ASSERT_EQ(rdmPathToHandle(a.c_str(), &fresh, &freshLen), 0);
-  EXPECT_EQ(cached, std::vector<unsigned char>(static_cast<unsigned char*>(fresh),
-                                               static_cast<unsigned char*>(fresh) + freshLen));
-  std::free(fresh);
-  // The cached handle serves further calls.
-  dm_stat_t st{};
-  EXPECT_EQ(u->getFileAttr(sid, h, DM_NO_TOKEN, DM_AT_STAT, &st), 0);
-  EXPECT_EQ(st.dt_size, 4);
-  handleFree(&h);
-
-  // A file made after the prefetch is a miss and still answered.
-  std::string c = makeFile("c");
-  before = d.requests;
-  ASSERT_EQ(handleSetWithPath(&h, c.c_str()), 0);
-  EXPECT_EQ(d.requests, before + 1);
-  handleFree(&h);
-  // Another session, or a token, is not what was prefetched.
-  ASSERT_EQ(handleSetWithPath(&h, b.c_str()), 0);
-  before = d.requests;
-  dm_attrname_t pm = dmiAttrName(DMI_ATTR_PMIG);
-  char buf[16];
-  size_t rlen = 0;
-  EXPECT_EQ(u->getDmattr(sid + 1, h, DM_NO_TOKEN, &pm, sizeof buf, buf, &rlen), -1);
-  EXPECT_EQ(d.requests, before + 1);
-  handleFree(&h);
-
-  // A new prefetch forgets the old directory; the new one's files are
-  // served, its directories are not among them.
-  ASSERT_EQ(dmiPrefetchDirAttributes((fs_ + "/sub").c_str()), 0);
-  before = d.requests;
-  ASSERT_EQ(handleSetWithPath(&h, b.c_str()), 0);
-  EXPECT_EQ(d.requests, before + 1);
-  handleFree(&h);
-  // A directory that can't be listed fails the prefetch, nothing else.
-  EXPECT_EQ(dmiPrefetchDirAttributes((fs_ + "/none").c_str()), -1);
-  EXPECT_EQ(errno, ENOENT);
-  ASSERT_EQ(handleSetWithPath(&h, a.c_str()), 0);
-  EXPECT_EQ(attrOf(u, sid, h, DMI_ATTR_OBJ), "0/0=obj");
-  handleFree(&h);
-  EXPECT_EQ(u->destroySession(sid, 0), 1);
+  // A builder with a limit takes that many entries and says there is more.
+  rdmDirReplyBuilder two(2);
+  EXPECT_EQ(two.room(), 2u);
+  EXPECT_TRUE(two.add(refused));
+  EXPECT_TRUE(two.add(refused));
+  EXPECT_EQ(two.room(), 0u);
+  EXPECT_FALSE(two.more());
+  EXPECT_FALSE(two.add(refused));
+  EXPECT_TRUE(two.more());
+  rdmDirReplyBuilder cut(5);
+  cut.add(refused);
+  cut.cut();
+  rdmWriter cw;
+  cut.finish(&cw);
+  rdmReader cr(cw.data().data(), cw.data().size());
+  ASSERT_TRUE(rdmGetDirEntries(cr, 2, &got, &more));
+  EXPECT_EQ(got.size(), 1u);
+  EXPECT_TRUE(more);
 }

@@ -2,8 +2,10 @@
 
 #include <errno.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -22,29 +24,108 @@ struct CachedFile {
   rdmDirAttr_t attrs[2];
 };
 
-struct DirCache {
-  dm_sessid_t sid = DM_NO_SESSION;
-  std::unordered_map<std::string, CachedFile> byPath;
-  std::unordered_map<std::string, CachedFile*> byHandle;  // handle bytes
+// The first reply is kept small so that the daemon's answer arrives while
+// the command still reads the directory itself; later ones grow, so that a
+// large directory costs the daemon few listings of it.
+constexpr uint32_t kFirstLimit = 256;
+constexpr uint32_t kMaxLimit = 4096;
+
+const dm_attrname_t kCachedNames[2] = {dmiAttrName(DMI_ATTR_OBJ), dmiAttrName(DMI_ATTR_PMIG)};
+
+// The answers for one directory, filled reply by reply as its names are
+// asked for (in byte order, as commands list them): while one reply is
+// read from the cache, the daemon prepares the next.
+class DirCache {
+ public:
+  // (No destructor of its own: at a thread's end the pending request goes
+  // with the thread's connection.)
   void clear() {
-    byHandle.clear();
-    byPath.clear();
+    if (pending_) rdmDirAttrsAbandon();
+    pending_ = false;
+    byHandle_.clear();
+    byPath_.clear();
+    prefix_.clear();
   }
+
+  // Sends the first request for |dir|.
+  void start(dm_sessid_t sid, const char* dir) {
+    clear();
+    q_ = rdmDirQuery_t();
+    q_.sid = sid;
+    q_.dir = dir;
+    q_.flags = rdmDirIfAbsent;
+    q_.limit = kFirstLimit;
+    q_.names.assign(std::begin(kCachedNames), std::end(kCachedNames));
+    prefix_ = q_.dir + "/";
+    pending_ = rdmDirAttrsSend(q_) == 0;
+  }
+
+  // The cached file at |path|, or null.
+  CachedFile* byPath(const char* path) {
+    if (prefix_.empty() || std::strncmp(path, prefix_.c_str(), prefix_.size()) != 0) return nullptr;
+    const char* name = path + prefix_.size();
+    if (std::strchr(name, '/') != nullptr) return nullptr;
+    // Names up to the cursor have been answered; a later one waits for
+    // the reply that covers it.
+    while (pending_ && (q_.cursor.empty() || q_.cursor < name)) pull();
+    auto it = byPath_.find(path);
+    return it == byPath_.end() ? nullptr : &it->second;
+  }
+
+  CachedFile* byHandle(dm_sessid_t sid, const xdsm_handle_t& h) {
+    if (byHandle_.empty() || sid != q_.sid) return nullptr;
+    auto it = byHandle_.find(std::string(static_cast<const char*>(h.hanp), h.hlen));
+    return it == byHandle_.end() ? nullptr : it->second;
+  }
+
+ private:
+  // Takes the pending reply into the cache and asks for the next one.  A
+  // failed reply ends the prefetch: what it did not bring goes to the
+  // daemon call by call.
+  void pull() {
+    pending_ = false;
+    std::vector<rdmDirEntry_t> entries;
+    bool more = false;
+    if (rdmDirAttrsReceive(&entries, &more) != 0) return;
+    if (more) {
+      q_.cursor = entries.back().name;
+      q_.limit = std::min(q_.limit * 4, kMaxLimit);
+      pending_ = rdmDirAttrsSend(q_) == 0;
+    }
+    for (rdmDirEntry_t& e : entries) {
+      // An empty handle of a successful look-up would be no handle at all:
+      // that file is left to the single calls.
+      if (e.handleErr == 0 && e.handle.empty()) continue;
+      CachedFile& f = byPath_[prefix_ + e.name];
+      f.handleErr = e.handleErr;
+      f.handle = std::move(e.handle);
+      for (int i = 0; i < 2; ++i) {
+        f.attrs[i] = std::move(e.attrs[static_cast<size_t>(i)]);
+        f.attrLive[i] = f.attrs[i].err != rdmDirNotRead;
+      }
+      if (f.handleErr == 0)
+        byHandle_[std::string(reinterpret_cast<const char*>(f.handle.data()), f.handle.size())] =
+            &f;
+    }
+    // Without more to come every name is covered.
+    if (!more) q_.cursor.clear();
+  }
+
+  rdmDirQuery_t q_;
+  std::string prefix_;  // the directory and "/"; empty: nothing cached
+  bool pending_ = false;
+  std::unordered_map<std::string, CachedFile> byPath_;
+  std::unordered_map<std::string, CachedFile*> byHandle_;  // handle bytes
 };
 
 thread_local DirCache tCache;
 
-const dm_attrname_t kCachedNames[2] = {dmiAttrName(DMI_ATTR_OBJ), dmiAttrName(DMI_ATTR_PMIG)};
-
 // The cached answer to getDmattr, or null.
 rdmDirAttr_t* cachedAttr(dm_sessid_t sid, const xdsm_handle_t& h, dm_token_t token,
                          const dm_attrname_t* name) {
-  if (tCache.byHandle.empty() || sid != tCache.sid || !DM_TOKEN_EQ(token, DM_NO_TOKEN) ||
-      h.hanp == nullptr || name == nullptr)
-    return nullptr;
-  auto it = tCache.byHandle.find(std::string(static_cast<const char*>(h.hanp), h.hlen));
-  if (it == tCache.byHandle.end()) return nullptr;
-  CachedFile* f = it->second;
+  if (!DM_TOKEN_EQ(token, DM_NO_TOKEN) || h.hanp == nullptr || name == nullptr) return nullptr;
+  CachedFile* f = tCache.byHandle(sid, h);
+  if (f == nullptr) return nullptr;
   for (int i = 0; i < 2; ++i) {
     if (!f->attrLive[i]) continue;
     if (std::memcmp(name->an_chars, kCachedNames[i].an_chars, sizeof name->an_chars) != 0) continue;
@@ -181,10 +262,10 @@ int UXDSMAPI::pathToHandle(const char* path, xdsm_handle_t* h) {
     errno = EFAULT;
     return -1;
   }
-  if (path != nullptr && !tCache.byPath.empty()) {
-    auto it = tCache.byPath.find(path);
-    if (it != tCache.byPath.end() && it->second.handleLive) {
-      CachedFile& f = it->second;
+  if (path != nullptr) {
+    CachedFile* cached = tCache.byPath(path);
+    if (cached != nullptr && cached->handleLive) {
+      CachedFile& f = *cached;
       f.handleLive = false;
       if (f.handleErr != 0) {
         errno = f.handleErr;
@@ -226,28 +307,6 @@ int UXDSMAPI::prefetchDirAttributes(const char* dir) {
     errno = EINVAL;
     return -1;
   }
-  DirCache fresh;
-  fresh.sid = getSID();
-  std::string cursor;
-  std::vector<rdmDirEntry_t> entries;
-  std::string prefix = std::string(dir) + "/";
-  bool more = true;
-  while (more) {
-    if (rdmDirAttrs(fresh.sid, dir, cursor, kCachedNames, 2, &entries, &more) != 0) return -1;
-    for (rdmDirEntry_t& e : entries) {
-      // An empty handle of a successful look-up would be no handle at all:
-      // that file is left to the single calls.
-      if (e.handleErr == 0 && e.handle.empty()) continue;
-      CachedFile& f = fresh.byPath[prefix + e.name];
-      f.handleErr = e.handleErr;
-      f.handle = std::move(e.handle);
-      for (int i = 0; i < 2; ++i) f.attrs[i] = std::move(e.attrs[static_cast<size_t>(i)]);
-      if (f.handleErr == 0)
-        fresh.byHandle[std::string(reinterpret_cast<const char*>(f.handle.data()),
-                                   f.handle.size())] = &f;
-    }
-    if (!entries.empty()) cursor = entries.back().name;
-  }
-  tCache = std::move(fresh);
+  tCache.start(getSID(), dir);
   return 0;
 }

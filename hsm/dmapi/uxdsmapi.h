@@ -2,12 +2,16 @@
 // operation is made by the root daemon (rdm_client.h).  Handles are the
 // daemon's bytes, copied into memory of this process.
 //
-// prefetchDirAttributes asks the daemon for a whole directory at once and
-// keeps the answers in a cache of the calling thread: pathToHandle of a
-// prefetched path and getDmattr of "KVRObj" or "KVRPMig" with DM_NO_TOKEN
+// prefetchDirAttributes asks the daemon for a whole directory and keeps
+// the answers in a cache of the calling thread: pathToHandle of a file of
+// that directory and getDmattr of "KVRObj" or "KVRPMig" with DM_NO_TOKEN
 // in the prefetching session are then answered from it, each answer once.
-// The next prefetch, and any setDmattr or removeDmattr, empty it; whatever
-// it does not hold goes to the daemon as usual.
+// The answers come in replies that the daemon prepares while the command
+// works through the ones before (names are best asked for in byte order);
+// a name past the replies so far waits for the next.  The next prefetch,
+// and any setDmattr or removeDmattr, empty the cache; whatever it does not
+// hold goes to the daemon as usual, and so does everything when the
+// daemon's answer fails.
 #ifndef QMX_HSM_DMAPI_UXDSMAPI_H_
 #define QMX_HSM_DMAPI_UXDSMAPI_H_
 
