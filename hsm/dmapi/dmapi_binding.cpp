@@ -66,6 +66,10 @@ void dmBindBuiltIn(dmapiBinding_t* out) {
 #undef QMX_DM_BUILT_IN
 }
 
+bool dmIsBuiltIn(const dmapiBinding_t& b) {
+  return b.path_to_handle == &qmxdm_path_to_handle;
+}
+
 int dmChooseProvider(const char* envLib, dmapiBinding_t* out, std::string* which,
                      std::string* error) {
   if (envLib != nullptr) {

@@ -41,6 +41,9 @@ const dmapiBinding_t* dmBindProvider(std::string* whichOut, std::string* errorOu
 int dmBindLibrary(const char* path, dmapiBinding_t* out, std::string* error);
 // Binds |out| to our own provider.  Cannot fail.
 void dmBindBuiltIn(dmapiBinding_t* out);
+// Whether |b| is bound to our own provider linked into this program (whose
+// handles are made as provider/handle.h says).
+bool dmIsBuiltIn(const dmapiBinding_t& b);
 // Makes the choice described at the top of this file, with |envLib| as the
 // value of QMX_DMAPI_LIB (null: unset).  Returns 0 or -1 as above.
 int dmChooseProvider(const char* envLib, dmapiBinding_t* out, std::string* which,

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -103,6 +104,26 @@ int rtdOpenAsCaller(const rtdCaller_t& caller, const char* path, int flags) {
   }
   errno = err;
   return fd;
+}
+
+// Without faccessat2 the C library would check with the effective ids,
+// so on such kernels the file is reopened through its descriptor instead,
+// plain files and directories only.
+bool rtdMayOpenForReading(int fd) {
+  if (syscall(SYS_faccessat2, fd, "", R_OK, AT_EACCESS | AT_EMPTY_PATH) == 0) return true;
+  if (errno != ENOSYS) return false;
+  struct stat st;
+  if (fstat(fd, &st) != 0) return false;
+  if (!S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode)) {
+    errno = EACCES;
+    return false;
+  }
+  char self[64];
+  std::snprintf(self, sizeof self, "/proc/self/fd/%d", fd);
+  int rd = ::open(self, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (rd < 0) return false;
+  close(rd);
+  return true;
 }
 
 unsigned long long rtdProcessStartTime(pid_t pid) {

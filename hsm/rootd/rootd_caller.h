@@ -50,6 +50,12 @@ class rtdCallerFs {
 // failure to switch identity gives -1 with EPERM and opens nothing.
 int rtdOpenAsCaller(const rtdCaller_t& caller, const char* path, int flags);
 
+// Whether the calling thread's file-system identity (an rtdCallerFs in
+// force) could open the file of the O_PATH descriptor |fd| for reading,
+// ACLs included, without opening it: opening a device or a pipe can act on
+// it.  False with errno (EACCES) when not.
+bool rtdMayOpenForReading(int fd);
+
 // The start time of process |pid| in clock ticks since boot (field 22 of
 // /proc/<pid>/stat); 0 when the process does not exist.  Together with the
 // pid it names one process, whatever pids are reused later.

@@ -12,11 +12,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <system_error>
-#include <thread>
 
 #include "hsm/dmapi/provider/handle.h"
 #include "hsm/dmapi/rdm_dirattrs.h"
+#include "hsm/rootd/rootd_dircall.h"
 
 namespace {
 
@@ -56,30 +55,6 @@ bool mayUseSession(dm_sessid_t sid) {
 }
 
 enum Need { kReach, kRead, kOwn };
-
-// Whether the thread's file-system identity could open the file of the
-// O_PATH descriptor |fd| for reading (ACLs included), without opening it:
-// opening a device or a pipe can act on it.  faccessat2 with AT_EACCESS
-// checks with the file-system ids; the C library's fallback for kernels
-// without it would use the effective ids, so on those the file is
-// reopened through its descriptor instead, plain files and directories
-// only.
-bool mayOpenForReading(int fd) {
-  if (syscall(SYS_faccessat2, fd, "", R_OK, AT_EACCESS | AT_EMPTY_PATH) == 0) return true;
-  if (errno != ENOSYS) return false;
-  struct stat st;
-  if (fstat(fd, &st) != 0) return false;
-  if (!S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode)) {
-    errno = EACCES;
-    return false;
-  }
-  char self[64];
-  std::snprintf(self, sizeof self, "/proc/self/fd/%d", fd);
-  int rd = ::open(self, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  if (rd < 0) return false;
-  close(rd);
-  return true;
-}
 
 // The file of a handle, opened as the caller and checked to be that file;
 // the handle to make the call with.
@@ -143,7 +118,7 @@ class FileGate {
         err = errno;
       } else if (statx(fd_, "", AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &stx) != 0) {
         err = errno;
-      } else if (need == kRead && !mayOpenForReading(fd_)) {
+      } else if (need == kRead && !rtdMayOpenForReading(fd_)) {
         err = errno;
       }
     }
@@ -512,134 +487,10 @@ class ContextScope {
 
 // ---- Directory calls ----------------------------------------------------------
 
-// How many files are looked at under one switch of identity, and from how
-// many on a chunk is worth sharing with a second thread.
-constexpr size_t kDirChunk = 512;
-constexpr size_t kDirShare = 64;
-
-// One file of a directory call, as the caller sees it.
-struct DirProbe {
-  DirProbe() = default;
-  DirProbe(const DirProbe&) = delete;
-  DirProbe& operator=(const DirProbe&) = delete;
-  ~DirProbe() {
-    if (fd >= 0) close(fd);
-  }
-  int fd = -1;
-  int openErr = 0;    // could not be reached
-  int readErr = 0;    // reached, but not to be opened for reading
-  bool skip = false;  // no longer a regular file
-  struct statx stx = {};
-};
-
-// The handle and attributes of the probed file |p| at |path|, under the
-// rules of gPathToHandle and gGetDmattr.  Counts refusals in |*refused|.
-void answerEntry(const rdmDirQuery_t& q, const std::string& path, const DirProbe& p,
-                 rdmDirEntry_t* e, int* refused) {
-  const dmapiBinding_t& dm = real();
-  e->attrs.resize(q.names.size());
-  auto fail = [&](int err) {
-    e->handleErr = err;
-    e->handle.clear();
-    for (rdmDirAttr_t& a : e->attrs) a.err = err;
-  };
-  if (p.openErr != 0) {
-    bool denied = p.openErr == EACCES || p.openErr == EPERM;
-    if (denied) ++*refused;
-    return fail(denied ? EACCES : p.openErr);
-  }
-  void* h = nullptr;
-  size_t hl = 0;
-  errno = 0;
-  if (dm.path_to_handle(const_cast<char*>(path.c_str()), &h, &hl) != 0)
-    return fail(errno != 0 ? errno : EIO);
-  e->handle.assign(static_cast<unsigned char*>(h), static_cast<unsigned char*>(h) + hl);
-  dm.handle_free(h, hl);
-  // The handle must be of the file the caller reached; reads then go
-  // through the caller's descriptor, as for a single call.
-  void* sub = nullptr;
-  size_t sublen = 0;
-  qdmHandle_t dh;
-  if (qdmHandleDecode(e->handle.data(), e->handle.size(), &dh) == 0) {
-    qdmIdentity_t id;
-    qdmIdentityFromStatx(p.stx, &id);
-    if (!qdmSameFile(id, dh.id)) return fail(ENOENT);
-    char self[64];
-    int n = std::snprintf(self, sizeof self, "/proc/self/fd/%d", p.fd);
-    if (qdmHandleMake(self, static_cast<size_t>(n), dh.id, &sub, &sublen) != 0) {
-      for (rdmDirAttr_t& a : e->attrs) a.err = ENOMEM;
-      return;
-    }
-  } else {
-    void* fh = nullptr;
-    size_t fl = 0;
-    int cmp = -1;
-    if (dm.fd_to_handle(p.fd, &fh, &fl) == 0) {
-      cmp = dm.handle_cmp(fh, fl, e->handle.data(), e->handle.size());
-      dm.handle_free(fh, fl);
-    }
-    if (cmp != 0) return fail(ENOENT);
-  }
-  if (p.readErr != 0) {
-    bool denied = p.readErr == EACCES || p.readErr == EPERM;
-    if (denied) ++*refused;
-    for (rdmDirAttr_t& a : e->attrs) a.err = denied ? EACCES : p.readErr;
-  } else {
-    void* hp = sub != nullptr ? sub : e->handle.data();
-    size_t hpl = sub != nullptr ? sublen : e->handle.size();
-    for (size_t i = 0; i < q.names.size(); ++i)
-      rdmReadDirAttr(dm, q.sid, hp, hpl, q.names[i], &e->attrs[i]);
-  }
-  std::free(sub);
-}
-
-// Files |begin|..|end| of |files| (in directory |dirFd|) into |entries|
-// (index k - |base|; |keep| 0 for a file that is no longer a regular file):
-// reached and judged with the caller's identity, read with root's.
-// Returns 0, or -1 with errno when the identity could not be switched.
-int answerRange(const rdmDirQuery_t& q, int dirFd, const std::vector<std::string>& files,
-                size_t base, size_t begin, size_t end, std::vector<rdmDirEntry_t>* entries,
-                std::vector<char>* keep, int* refused) {
-  const rtdCaller_t& c = *ctx().caller;
-  std::vector<DirProbe> probes(end - begin);
-  {
-    rtdCallerFs as(c);
-    if (!as.ok()) {
-      errno = EPERM;
-      return -1;
-    }
-    for (size_t k = begin; k < end; ++k) {
-      DirProbe& p = probes[k - begin];
-      p.fd = openat(dirFd, files[k].c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC);
-      if (p.fd < 0)
-        p.openErr = errno;
-      else if (statx(p.fd, "", AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &p.stx) != 0)
-        p.openErr = errno;
-      else if (!S_ISREG(p.stx.stx_mode))
-        p.skip = true;
-      else if (!mayOpenForReading(p.fd))
-        p.readErr = errno;
-    }
-  }
-  std::string path;
-  for (size_t k = begin; k < end; ++k) {
-    const DirProbe& p = probes[k - begin];
-    (*keep)[k - base] = p.skip ? 0 : 1;  // a file that changed is left to the single calls
-    if (p.skip) continue;
-    rdmDirEntry_t& e = (*entries)[k - base];
-    e.name = files[k];
-    path.assign(q.dir).append("/").append(e.name);
-    answerEntry(q, path, p, &e, refused);
-  }
-  return 0;
-}
-
-// A directory call.  A caller other than root lists only a directory it
-// could list itself (read and search permission on the way); each file is
-// then reached and judged with the caller's identity, a chunk of files per
-// switch, and read with root's, just as the single calls would do it.  The
-// caller waits for the whole answer, so a chunk is shared with a second
-// thread.  Refused files are reported in one line per call.
+// A directory call: root's is made as it comes; any other caller's lists
+// only a directory it could list itself, with its own session, and each
+// file is judged as the single calls would judge it (rootd_dircall.h).
+// Refused files are reported in one line per call.
 int64_t gDirAttrs(void* /*arg*/, const rdmDirQuery_t& q, rdmWriter* out) {
   if (callerIsRoot()) return rdmAnswerDirAttrs(real(), q, out);
   const char* dir = q.dir.c_str();
@@ -649,59 +500,14 @@ int64_t gDirAttrs(void* /*arg*/, const rdmDirQuery_t& q, rdmWriter* out) {
   }
   if (!mayUseSession(q.sid)) return refuse("dm_get_dmattr", sidText(q.sid), EPERM);
   const rtdCaller_t& c = *ctx().caller;
-  int listFd = rtdOpenAsCaller(c, dir, O_RDONLY | O_DIRECTORY);
-  if (listFd < 0) {
-    if (errno == EACCES || errno == EPERM)
-      return refuse("dm_path_to_handle", rtdPrintable(dir), EACCES);
-    return -1;
-  }
-  int dirFd = fcntl(listFd, F_DUPFD_CLOEXEC, 0);
-  std::vector<std::string> files;
-  if (dirFd < 0 || rdmListRegularFiles(listFd, q.cursor, &files) != 0) {
-    int err = errno;
-    if (dirFd < 0) close(listFd);
-    if (dirFd >= 0) close(dirFd);
-    errno = err;
-    return -1;
-  }
-  rdmDirReplyBuilder reply;
   int refused = 0;
-  int helperRefused = 0;
-  const rtdGuardContext_t* parent = tCtx;
-  for (size_t first = 0; first < files.size() && !reply.more(); first += kDirChunk) {
-    size_t end = std::min(files.size(), first + kDirChunk);
-    std::vector<rdmDirEntry_t> entries(end - first);
-    std::vector<char> keep(end - first, 0);
-    size_t mid = end - first >= kDirShare ? first + (end - first) / 2 : end;
-    int helperRc = 0;
-    int helperErr = 0;
-    std::thread helper;
-    if (mid < end) {
-      try {
-        helper = std::thread([&] {
-          tCtx = parent;
-          helperRc = answerRange(q, dirFd, files, first, mid, end, &entries, &keep, &helperRefused);
-          helperErr = errno;
-          tCtx = nullptr;
-        });
-      } catch (const std::system_error&) {
-        mid = end;  // no thread to be had: all on this one
-      }
-    }
-    int rc = answerRange(q, dirFd, files, first, first, mid, &entries, &keep, &refused);
-    if (helper.joinable()) helper.join();
-    if (rc != 0 || helperRc != 0) {
-      close(dirFd);
-      errno = rc != 0 ? errno : helperErr;
-      return refuse("dm_path_to_handle", rtdPrintable(dir), EPERM);
-    }
-    for (size_t k = 0; k < end - first; ++k)
-      if (keep[k] && !reply.add(entries[k])) break;
+  if (rtdAnswerDirAttrs(c, real(), ctx().listing, q, out, &refused) != 0) {
+    if (errno == EACCES || errno == EPERM)
+      return refuse("dm_path_to_handle", rtdPrintable(dir), errno);
+    return -1;
   }
-  close(dirFd);
-  if (refused + helperRefused > 0 && ctx().refused != nullptr)
+  if (refused > 0 && ctx().refused != nullptr)
     ctx().refused(ctx().refusedArg, c, "dm_get_dmattr", rtdPrintable(dir), EACCES);
-  reply.finish(out);
   return 0;
 }
 

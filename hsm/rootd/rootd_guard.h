@@ -45,6 +45,7 @@
 #include "hsm/dmapi/dmapi_binding.h"
 #include "hsm/dmapi/rdm_proto.h"
 #include "hsm/rootd/rootd_caller.h"
+#include "hsm/rootd/rootd_dircall.h"
 #include "hsm/rootd/rootd_sessions.h"
 
 // Called for every refused call: the caller, the DMAPI function
@@ -59,6 +60,7 @@ struct rtdGuardContext_t {
   const rtdCaller_t* caller = nullptr;
   rtdRefusalFn_t refused = nullptr;  // may be null
   void* refusedArg = nullptr;
+  rtdDirListing* listing = nullptr;  // the connection's, kept between calls; may be null
 };
 
 // Answers |req| for |ctx|'s caller: rdmDispatch through the authorising

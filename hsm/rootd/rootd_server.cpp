@@ -218,6 +218,8 @@ void rtdServer::serveCalls(int fd, const rtdCaller_t& caller) {
   ctx.caller = &caller;
   ctx.refused = cfg_.report.refused;
   ctx.refusedArg = cfg_.report.arg;
+  rtdDirListing listing;
+  ctx.listing = &listing;
   for (;;) {
     rdmRequest_t req;
     if (rdmReadRequest(fd, &req) != 0) {

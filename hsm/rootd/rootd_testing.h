@@ -242,7 +242,8 @@ class StubDaemonTest : public ::testing::Test {
   void SetUp() override {
     ROOTD_SKIP_FORK_UNDER_SANITIZER();
     RTD_NEED_ROOT();
-    dmBindBuiltIn(&dm_);
+    bindProvider(&dm_);
+    if (HasFatalFailure()) return;
     char* v = nullptr;
     ASSERT_EQ(dm_.init_service(&v), 0);
     ASSERT_EQ(dm_.create_session(0, const_cast<char*>("rootsess"), &rootSid_), 0);
@@ -272,6 +273,7 @@ class StubDaemonTest : public ::testing::Test {
     if (rootSid_ != 0) dm_.destroy_session(rootSid_);
   }
   virtual void prepare() {}
+  virtual void bindProvider(dmapiBinding_t* dm) { dmBindBuiltIn(dm); }
 
   Sandbox box_;
   dmapiBinding_t dm_{};
