@@ -70,7 +70,7 @@ median() {
 }
 
 sync
-asroot >/dev/null  # the node's state file is made by root's first run
+asroot >/dev/null  # one unmeasured run, so both measured listings start from warm caches
 rootLines=$(asroot | grep -c '^    p   ' || true)
 userLines=$(asuser | grep -c '^    p   ' || true)
 r=$(median asroot)

@@ -111,13 +111,8 @@ class RootdTest : public ::testing::Test {
     rootLogs_ = sb_.root() + "/rootlogs";
     Sandbox::makeDirs(rootLogs_);
     sock_ = sb_.sys("/run/qmxrootd.sock");
-    // Root's first run sets up the node's space-management state, as the
-    // HSM's own daemons do on a real node; users only read it.
-    RunOptions o;
-    o.cwd = fs_;
-    o.env["QMX_LOG"] = rootLogs_;
-    RunResult r = sb_.runClient("hsm/bin/qmxattr", {fs_}, o);
-    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    // A fresh node: no space-management state yet; the daemon makes it.
+    ASSERT_NE(access(sb_.sys("/etc/zpln/SpaceMan/config/dmiFSGlobalState").c_str(), F_OK), 0);
   }
   void TearDown() override { stopDaemon(); }
 
@@ -184,6 +179,9 @@ TEST_F(RootdTest, OrdinaryUserListsAndSetsOwnStubsOnly) {
   std::string mine = makeStub("mine", "n", kUser);
   std::string theirs = makeStub("theirs", "s", 0);
   startDaemon();
+  // The user's is the node's first run: the daemon has made the node's
+  // state, which the user could not.
+  EXPECT_EQ(access(sb_.sys("/etc/zpln/SpaceMan/config/dmiFSGlobalState").c_str(), F_OK), 0);
   RunResult r = attrAsUser({fs_});
   ASSERT_EQ(r.status, 0) << r.out << r.err;
   EXPECT_NE(r.out.find("    n   mine"), std::string::npos) << r.out;

@@ -17,6 +17,7 @@
 #include "hsm/cmd/hsm_global_cb.h"
 #include "hsm/cmd/hsm_startup.h"
 #include "hsm/dmapi/dmapi_binding.h"
+#include "hsm/dmapi/dmi_fsstate.h"
 #include "hsm/dmapi/rdm_proto.h"
 #include "hsm/rootd/rootd_server.h"
 
@@ -182,6 +183,12 @@ int rtdDaemonMain(int argc, char** argv) {
   if (TR_SM)
     trPrintf(__FILE__, __LINE__, "provider %s, version %s\n", which.c_str(),
              version != nullptr ? version : "NULL");
+  // Users' commands read the node's space-management state but may not
+  // create it; on a fresh node it is made here, so that a user's first run
+  // does not depend on one of root's.
+  fsmState global{};
+  if (dmiGetGlobalState(DM_NO_SESSION, &global) != 0 && TR_SM)
+    trPrintf(__FILE__, __LINE__, "global state not readable, errno %d\n", errno);
 
   rtdServerConfig_t cfg;
   cfg.socketPath = rdmSocketPath();
