@@ -211,9 +211,14 @@ int gCreateSession(dm_sessid_t oldsid, char* info, dm_sessid_t* newsid) {
   // session must not pass for one of theirs.
   if (isDaemonSessionName(info)) return refuse("dm_create_session", rtdPrintable(info), EPERM);
   rtdReapSessions(ctx());
+  // Each session is a registry file and a slot of the provider: one user
+  // must not be able to take them all.
+  const rtdCaller_t& c = *ctx().caller;
+  size_t limit = ctx().maxUserSessions;
+  if (oldsid == DM_NO_SESSION && limit != 0 && ctx().sessions->countOf(c.uid) >= limit)
+    return refuse("dm_create_session", std::to_string(limit) + " sessions", EAGAIN);
   int rc = real().create_session(oldsid, info, newsid);
   if (rc == 0) {
-    const rtdCaller_t& c = *ctx().caller;
     if (oldsid != DM_NO_SESSION) ctx().sessions->remove(oldsid);
     ctx().sessions->add(*newsid, {c.pid, c.uid, rtdProcessStartTime(c.pid)});
   }

@@ -7,7 +7,9 @@
 //
 // Root (uid 0) may do everything.  Every other caller:
 //  - may start the service and create sessions, but none named like the
-//    HSM daemons' sessions ("rec3", "roo1"...); its sessions are recorded
+//    HSM daemons' sessions ("rec3", "roo1"...), and no more than the
+//    context's limit at once (beyond it: EAGAIN, which the client's retry
+//    loop waits out while other sessions end); its sessions are recorded
 //    with its process (rtdSessionTable), and it may take over, destroy,
 //    query or list only the sessions its own process created (others are
 //    left out of the list);
@@ -61,6 +63,7 @@ struct rtdGuardContext_t {
   rtdRefusalFn_t refused = nullptr;  // may be null
   void* refusedArg = nullptr;
   rtdDirListing* listing = nullptr;  // the connection's, kept between calls; may be null
+  size_t maxUserSessions = 0;        // sessions a user may hold at once; 0: no limit
 };
 
 // Answers |req| for |ctx|'s caller: rdmDispatch through the authorising

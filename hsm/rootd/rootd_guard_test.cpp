@@ -254,6 +254,52 @@ TEST_F(GuardTest, SessionsBelongToTheProcessThatCreatedThem) {
   EXPECT_EQ(server_->server().sessions().size(), 0u);
 }
 
+class SessionLimitTest : public GuardTest {
+ protected:
+  void prepare() override { maxUserSessions_ = 2; }
+  // "result/errno" of creating a session, and its id after a colon.
+  std::string create() {
+    rdmWriter w;
+    w.u64(0);
+    w.bytes("limited", 7);
+    rdmReply_t rep;
+    std::string o = outcome(sock_, rdmCreateSessionCall, w, &rep);
+    rdmReader in(rep.payload.data(), rep.payload.size());
+    return o + ":" + std::to_string(in.u64());
+  }
+  static std::string outcomeOf(const std::string& created) {
+    return created.substr(0, created.find(':'));
+  }
+};
+
+TEST_F(SessionLimitTest, AUserHoldsNoMoreSessionsThanTheLimit) {
+  // A process that ends with its sessions leaves nothing that counts.
+  std::string first = runAs(kNobody, [&] {
+    std::string r = outcomeOf(create());
+    return r + " " + outcomeOf(create());
+  });
+  EXPECT_EQ(first, "0/0 0/0");
+  std::string got = runAs(kNobody, [&] {
+    std::string a = create();
+    std::string r = outcomeOf(a);
+    r += " " + outcomeOf(create());
+    r += " " + outcomeOf(create());
+    // One destroyed makes room for one more.
+    rdmWriter d;
+    d.u64(std::strtoull(a.substr(a.find(':') + 1).c_str(), nullptr, 10));
+    r += " " + outcome(sock_, rdmDestroySessionCall, d);
+    r += " " + outcomeOf(create());
+    return r + " " + std::to_string(getpid());
+  });
+  std::string pid = got.substr(got.rfind(' ') + 1);
+  EXPECT_EQ(got, "0/0 0/0 -1/11 0/0 0/0 " + pid);
+  auto lines = server_->refusals();
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0], "dm_create_session 65534 " + pid + " 2 sessions 11");
+  // Root is not limited.
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(outcomeOf(create()), "0/0") << i;
+}
+
 }  // namespace
 
 namespace {

@@ -10,6 +10,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <thread>
@@ -215,6 +216,7 @@ void rtdServer::serveCalls(int fd, const rtdCaller_t& caller) {
   rtdGuardContext_t ctx;
   ctx.dm = cfg_.dm;
   ctx.sessions = &sessions_;
+  ctx.maxUserSessions = static_cast<size_t>(std::max(0, cfg_.maxUserSessions));
   ctx.caller = &caller;
   ctx.refused = cfg_.report.refused;
   ctx.refusedArg = cfg_.report.arg;

@@ -41,6 +41,7 @@ struct rtdServerConfig_t {
   const dmapiBinding_t* dm = nullptr;  // the provider; must outlive the server
   int maxClients = 16;
   int timeoutMs = 5000;
+  int maxUserSessions = 128;  // sessions one user may hold at once (0: no limit)
   rtdReporter_t report;
 };
 

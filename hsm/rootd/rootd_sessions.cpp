@@ -40,6 +40,14 @@ std::vector<dm_sessid_t> rtdSessionTable::takeOrphans() {
   return out;
 }
 
+size_t rtdSessionTable::countOf(uid_t uid) const {
+  std::lock_guard<std::mutex> lock(mu_);
+  size_t n = 0;
+  for (const auto& entry : owners_)
+    if (entry.second.uid == uid) ++n;
+  return n;
+}
+
 size_t rtdSessionTable::size() const {
   std::lock_guard<std::mutex> lock(mu_);
   return owners_.size();

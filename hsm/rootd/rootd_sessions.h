@@ -36,6 +36,8 @@ class rtdSessionTable {
   // matches) out of the table and returns them for destruction.
   std::vector<dm_sessid_t> takeOrphans();
   size_t size() const;
+  // How many sessions user |uid| has (reaped ones not counted).
+  size_t countOf(uid_t uid) const;
 
  private:
   mutable std::mutex mu_;

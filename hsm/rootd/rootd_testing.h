@@ -264,6 +264,7 @@ class StubDaemonTest : public ::testing::Test {
     rtdServerConfig_t cfg;
     cfg.socketPath = box_.path("run/qmxrootd.sock");
     cfg.dm = &dm_;
+    cfg.maxUserSessions = maxUserSessions_;
     server_ = std::make_unique<ServerThread>(cfg);
     ASSERT_EQ(server_->listenRc(), 0);
     sock_ = cfg.socketPath;
@@ -279,6 +280,7 @@ class StubDaemonTest : public ::testing::Test {
   dmapiBinding_t dm_{};
   std::unique_ptr<ServerThread> server_;
   dm_sessid_t rootSid_ = 0;
+  int maxUserSessions_ = 128;  // prepare() may change it
   std::string sock_, own_, other_, secret_;
 };
 
