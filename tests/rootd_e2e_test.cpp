@@ -211,6 +211,41 @@ TEST_F(RootdTest, OrdinaryUserListsAndSetsOwnStubsOnly) {
   EXPECT_NE(r.err.find("ANS9505E"), std::string::npos) << r.out << r.err;
 }
 
+// A directory larger than one reply of the daemon: the user's listing,
+// fetched in several replies while it is printed, is root's listing.
+TEST_F(RootdTest, UsersListingOfALargeDirectoryIsRoots) {
+  std::string big = fs_ + "/big";
+  Sandbox::makeDirs(big);
+  std::vector<std::string> args = {"migrate"};
+  for (int i = 0; i < 1500; ++i) {
+    char name[32];
+    std::snprintf(name, sizeof name, "/s%04d", i);
+    Sandbox::writeFile(big + name, "data");
+    args.push_back(big + name);
+  }
+  // Every third file stays resident: its listing needs the second attribute.
+  std::vector<std::string> migrated;
+  for (size_t k = 1; k < args.size(); ++k)
+    if (k % 3 != 0) migrated.push_back(args[k]);
+  migrated.insert(migrated.begin(), "migrate");
+  migrated.insert(migrated.end(), {"--mode", "p", "--compression", "none"});
+  ASSERT_EQ(sb_.runClient("hsm/bin/qmxstub", migrated).status, 0);
+  startDaemon();
+  RunOptions o;
+  o.cwd = fs_;
+  o.env["QMX_LOG"] = rootLogs_;
+  RunResult root = sb_.runClient("hsm/bin/qmxattr", {big}, o);
+  ASSERT_EQ(root.status, 0) << root.err;
+  RunResult user = attrAsUser({big});
+  ASSERT_EQ(user.status, 0) << user.err;
+  EXPECT_EQ(user.out, root.out);
+  size_t lines = 0;
+  for (size_t at = user.out.find("    p   s"); at != std::string::npos;
+       at = user.out.find("    p   s", at + 1))
+    ++lines;
+  EXPECT_EQ(lines, 1000u);
+}
+
 TEST_F(RootdTest, ForgedRequestForAnotherUsersFileIsRefusedAndLogged) {
   std::string theirs = makeStub("theirs", "s", 0);
   startDaemon();
