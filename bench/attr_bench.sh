@@ -20,33 +20,10 @@ done
 [ "$(id -u)" -eq 0 ] || { echo "run as root (DM attributes are trusted extended attributes)" >&2; exit 2; }
 [ -x "$BUILD_DIR/hsm/cmd/qmxattr" ] || { echo "build first: bash scripts/test.sh" >&2; exit 2; }
 
+source bench/stub_sandbox.sh
 R=$(mktemp -d /tmp/qmxbench.XXXXXX)
 trap 'rm -rf "$R"' EXIT
-export QMX_SYSROOT=$R
-C=$R/opt/norvik/nqb/client
-cmake --install "$BUILD_DIR" --prefix "$C" >/dev/null
-touch "$C/hsm/bin/qmxrecalld"
-FS=$R/fs
-D=$FS/stubs
-mkdir -p "$D"
-printf 'OPTIONFORMAT STANDARD\nLOGO NO\n' >"$C/ba/bin/qmx.opt"
-printf 'SERVERNAME s\n  TCPSERVERADDRESS 127.0.0.1\n  VIRTUALMOUNTPOINT %s\n' "$FS" >"$C/ba/bin/qmx.sys"
-"$C/hsm/bin/qmxstub" fs-add "$FS" >/dev/null
-(cd "$D" && seq -f "stub%06g" 1 "$N" | xargs touch)
-(cd "$D" && seq -f "stub%06g" 1 "$N" | xargs "$C/hsm/bin/qmxstub" migrate --mode p --compression none >/dev/null)
-
-# Median wall time in seconds of RUNS runs of a command (output discarded).
-median() {
-  local t=()
-  for _ in $(seq "$RUNS"); do
-    local s e
-    s=$(date +%s.%N)
-    "$@" >/dev/null 2>&1 || true
-    e=$(date +%s.%N)
-    t+=("$(echo "$e - $s" | bc -l)")
-  done
-  printf '%s\n' "${t[@]}" | sort -n | awk '{a[NR]=$1} END {print a[int((NR+1)/2)]}'
-}
+stub_sandbox "$R" "$N"
 
 sync
 q=$(median "$C/hsm/bin/qmxattr" "$D")

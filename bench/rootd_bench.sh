@@ -20,6 +20,7 @@ done
 [ "$(id -u)" -eq 0 ] || { echo "run as root (the daemon runs as root)" >&2; exit 2; }
 [ -x "$BUILD_DIR/hsm/rootd/qmxrootd" ] || { echo "build first: cmake --build $BUILD_DIR" >&2; exit 2; }
 
+source bench/stub_sandbox.sh
 R=$(mktemp -d /tmp/qmxrootdbench.XXXXXX)
 chmod 755 "$R"
 DAEMON=
@@ -28,19 +29,9 @@ cleanup() {
   rm -rf "$R"
 }
 trap cleanup EXIT
-export QMX_SYSROOT=$R
-C=$R/opt/norvik/nqb/client
-cmake --install "$BUILD_DIR" --prefix "$C" >/dev/null
-touch "$C/hsm/bin/qmxrecalld"
-FS=$R/fs
-D=$FS/stubs
-mkdir -p "$D" "$R/logs" "$R/userlogs"
+stub_sandbox "$R" "$N"
+mkdir -p "$R/logs" "$R/userlogs"
 chmod 777 "$R/userlogs"
-printf 'OPTIONFORMAT STANDARD\nLOGO NO\n' >"$C/ba/bin/qmx.opt"
-printf 'SERVERNAME s\n  TCPSERVERADDRESS 127.0.0.1\n  VIRTUALMOUNTPOINT %s\n' "$FS" >"$C/ba/bin/qmx.sys"
-"$C/hsm/bin/qmxstub" fs-add "$FS" >/dev/null
-(cd "$D" && seq -f "stub%06g" 1 "$N" | xargs touch)
-(cd "$D" && seq -f "stub%06g" 1 "$N" | xargs "$C/hsm/bin/qmxstub" migrate --mode p --compression none >/dev/null)
 chown -R "$BENCH_USER" "$D"
 
 QMX_LOG=$R/logs "$C/hsm/bin/qmxrootd" >/dev/null &
@@ -54,19 +45,6 @@ asroot() { QMX_LOG=$R/logs "$C/hsm/bin/qmxattr" "$D"; }
 asuser() {
   QMX_LOG=$R/userlogs setpriv --reuid="$BENCH_USER" --regid=nogroup --clear-groups \
     "$C/hsm/bin/qmxattr" "$D"
-}
-
-# Median wall time in seconds of RUNS runs of a command (output discarded).
-median() {
-  local t=()
-  for _ in $(seq "$RUNS"); do
-    local s e
-    s=$(date +%s.%N)
-    "$@" >/dev/null 2>&1 || true
-    e=$(date +%s.%N)
-    t+=("$(echo "$e - $s" | bc -l)")
-  done
-  printf '%s\n' "${t[@]}" | sort -n | awk '{a[NR]=$1} END {print a[int((NR+1)/2)]}'
 }
 
 sync
