@@ -15,23 +15,15 @@ namespace {
 
 // A managed file system on our provider, with the client "installed" (the
 // recall daemon's executable present under the system root).
-class SpaceManStateTest : public dmitest::Sandbox {
+class SpaceManStateTest : public dmitest::RootSessionSandbox {
  protected:
+  SpaceManStateTest() : RootSessionSandbox("spaceman-test") {}
   void SetUp() override {
-    Sandbox::SetUp();
-    if (IsSkipped()) return;
-    manage(fs_);
-    x_ = useRoot();
-    ASSERT_EQ(x_->initService(), 1);
-    sid_ = x_->createSession(0, "spaceman-test", 0);
-    ASSERT_NE(sid_, 0u);
+    RootSessionSandbox::SetUp();
+    if (IsSkipped() || HasFatalFailure()) return;
     x_->setSID(sid_);
     daemon_ = sysroot_ + "/opt/norvik/nqb/client/hsm/bin/qmxrecalld";
     dmitest::writeFile(daemon_, "");
-  }
-  void TearDown() override {
-    if (x_ != nullptr && sid_ != 0) x_->destroySession(sid_, 0);
-    Sandbox::TearDown();
   }
   void setFs(bool recall, bool migrate) {
     fsmState st{};
@@ -47,8 +39,6 @@ class SpaceManStateTest : public dmitest::Sandbox {
     ASSERT_EQ(dmiEntrySetGlobalState(sid_, &st), 0);
   }
 
-  XDSMAPI* x_ = nullptr;
-  dm_sessid_t sid_ = 0;
   std::string daemon_;
 };
 

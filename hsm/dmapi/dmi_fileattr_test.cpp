@@ -11,21 +11,9 @@
 
 namespace {
 
-class FileAttrTest : public dmitest::Sandbox {
+class FileAttrTest : public dmitest::RootSessionSandbox {
  protected:
-  void SetUp() override {
-    Sandbox::SetUp();
-    if (IsSkipped()) return;
-    manage(fs_);
-    x_ = useRoot();
-    ASSERT_EQ(x_->initService(), 1);
-    sid_ = x_->createSession(0, "fileattr-test", 0);
-    ASSERT_NE(sid_, 0u);
-  }
-  void TearDown() override {
-    if (x_ != nullptr && sid_ != 0) x_->destroySession(sid_, 0);
-    Sandbox::TearDown();
-  }
+  FileAttrTest() : RootSessionSandbox("fileattr-test") {}
 
   dmiInfo record(uint32_t attr, uint32_t state = dmiStateMigrated, uint32_t transition = 0) {
     dmiInfo info{};
@@ -83,9 +71,6 @@ class FileAttrTest : public dmitest::Sandbox {
     handleFree(&h);
     return s;
   }
-
-  XDSMAPI* x_ = nullptr;
-  dm_sessid_t sid_ = 0;
 };
 
 TEST_F(FileAttrTest, StatesOfResidentPremigratedMigratedAndBusyFiles) {

@@ -177,28 +177,14 @@ TEST_F(GlobalStateTest, LockOfADeadHolderIsFree) {
 }
 
 // The per-file-system state lives in a DM attribute: root only.
-class FSStateTest : public dmitest::Sandbox {
+class FSStateTest : public dmitest::RootSessionSandbox {
  protected:
-  void SetUp() override {
-    Sandbox::SetUp();
-    if (IsSkipped()) return;
-    manage(fs_);
-    x_ = useRoot();
-    ASSERT_EQ(x_->initService(), 1);
-    sid_ = x_->createSession(0, "fsstate-test", 0);
-    ASSERT_NE(sid_, 0u);
-  }
-  void TearDown() override {
-    if (x_ != nullptr && sid_ != 0) x_->destroySession(sid_, 0);
-    Sandbox::TearDown();
-  }
+  FSStateTest() : RootSessionSandbox("fsstate-test") {}
   fsmState stateOf(const std::string& fs) {
     fsmState st{};
     std::strncpy(st.fsName, fs.c_str(), sizeof st.fsName - 1);
     return st;
   }
-  XDSMAPI* x_ = nullptr;
-  dm_sessid_t sid_ = 0;
 };
 
 TEST_F(FSStateTest, CreatedStateIsManagedWithRecallAndMigrationOn) {

@@ -121,6 +121,30 @@ class Sandbox : public ::testing::Test {
   dmapiBinding_t builtIn_{};
 };
 
+// The sandbox with its file system managed and root's access object in
+// place, with a session of its own (named |sessionName|) for the test.
+class RootSessionSandbox : public Sandbox {
+ protected:
+  explicit RootSessionSandbox(const char* sessionName) : sessionName_(sessionName) {}
+  void SetUp() override {
+    Sandbox::SetUp();
+    if (IsSkipped()) return;
+    manage(fs_);
+    x_ = useRoot();
+    ASSERT_EQ(x_->initService(), 1);
+    sid_ = x_->createSession(0, sessionName_, 0);
+    ASSERT_NE(sid_, 0u);
+  }
+  void TearDown() override {
+    if (x_ != nullptr && sid_ != 0) x_->destroySession(sid_, 0);
+    Sandbox::TearDown();
+  }
+
+  const char* sessionName_;
+  XDSMAPI* x_ = nullptr;
+  dm_sessid_t sid_ = 0;
+};
+
 }  // namespace dmitest
 
 #endif  // QMX_HSM_DMAPI_DMI_TESTING_H_
