@@ -8,8 +8,12 @@
 #ifndef QMX_HSM_DMAPI_DMI_LOG_H_
 #define QMX_HSM_DMAPI_DMI_LOG_H_
 
+#include <errno.h>
+
 #include <cstddef>
+#include <new>
 #include <string>
+#include <vector>
 
 #include "hsm/dmapi/xdsmapi.h"
 
@@ -24,6 +28,20 @@ const char* dmiProgName();
 // trace (class DMI) and the error log; nothing is shown on the terminal.
 // Keeps errno.
 void dmiLogMsg(unsigned num, ...);
+
+// Gives |v| |n| copies of |fill|.  When memory runs out, message 9184 is
+// logged and false returned with errno ENOMEM (|v| is then left as it was).
+template <typename T>
+bool dmiAssign(std::vector<T>* v, size_t n, const T& fill) {
+  try {
+    v->assign(n, fill);
+    return true;
+  } catch (const std::bad_alloc&) {
+    dmiLogMsg(9184, dmiProgName(), "");
+    errno = ENOMEM;
+    return false;
+  }
+}
 
 // The handle as hexadecimal digits (for messages), "<NULL>" without bytes.
 std::string dmiHandleToHex(const xdsm_handle_t& h);

@@ -354,13 +354,7 @@ int dmiFileHasDmAttr(dm_sessid_t sid, const xdsm_handle_t& h, const char* name) 
   std::vector<unsigned char> buf;
   size_t size = 1024;
   for (int attempt = 0; attempt < 2; ++attempt) {
-    try {
-      buf.resize(size);
-    } catch (const std::bad_alloc&) {
-      dmiLogMsg(9184, dmiProgName(), "");
-      errno = ENOMEM;
-      return -1;
-    }
+    if (!dmiAssign(&buf, size, static_cast<unsigned char>(0))) return -1;
     size_t rlen = 0;
     if (x->getDmattr(sid, h, DM_NO_TOKEN, &an, buf.size(), buf.data(), &rlen) == 0) return 1;
     if (absent(errno)) return 0;

@@ -25,13 +25,7 @@ int readPending(XDSMAPI* x, dm_sessid_t sid, std::vector<std::vector<unsigned ch
   size_t size = 4096;
   for (;;) {
     std::vector<unsigned char> buf;
-    try {
-      buf.resize(size);
-    } catch (const std::bad_alloc&) {
-      dmiLogMsg(9184, dmiProgName(), "");
-      errno = ENOMEM;
-      return -1;
-    }
+    if (!dmiAssign(&buf, size, static_cast<unsigned char>(0))) return -1;
     size_t rlen = 0;
     if (x->getEvents(sid, 64, 0, buf.size(), buf.data(), &rlen) != 0) {
       int err = errno;

@@ -110,12 +110,8 @@ int dmiGetSidByName(const char* name, dm_sessid_t* found, dm_sessid_t wanted) {
   unsigned int count = 0;
   bool listed = false;
   for (int attempt = 0; attempt < 5 && !listed; ++attempt) {
-    try {
-      sids.assign(room, DM_NO_SESSION);
-    } catch (const std::bad_alloc&) {
+    if (!dmiAssign(&sids, room, DM_NO_SESSION)) {
       DMI_TRACE(DMI_TR_ON, kFn, "ERROR - client out of memory, errno: %d\n", ENOMEM);
-      dmiLogMsg(9184, dmiProgName(), "");
-      errno = ENOMEM;
       return -1;
     }
     if (x->getAllSessions(room, sids.data(), &count) == 0) {
