@@ -12,8 +12,8 @@
 
 #include "hsm/dmapi/dmi_fileattr.h"
 #include "hsm/dmapi/dmi_fsstate.h"
-#include "hsm/dmapi/dmi_testing.h"
 #include "hsm/dmapi/fs_config.h"
+#include "hsm/dmapi/testing/dmi_testing.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "hsm/dmapi/dmi_fsstate.h"
-#include "hsm/dmapi/dmi_testing.h"
+#include "hsm/dmapi/testing/dmi_testing.h"
 
 namespace {
 

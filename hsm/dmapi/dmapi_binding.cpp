@@ -7,7 +7,7 @@
 #include <mutex>
 
 #include "diag/trace.h"
-#include "hsm/dmapi/provider/qmxdm.h"
+#include "hsm/provider/qmxdm.h"
 #include "platform/services.h"
 
 namespace {

@@ -12,8 +12,8 @@
 
 #include <string>
 
-#include "hsm/dmapi/dmapi_functions.h"
-#include "hsm/dmapi/dmapi_iface.h"
+#include "hsm/provider/dmapi_functions.h"
+#include "hsm/provider/dmapi_iface.h"
 
 // The provider's functions, one member per function of dmapi_iface.h
 // without its "dm_" prefix: binding->get_dmattr(sid, ...).  Required

@@ -12,8 +12,8 @@
 #include <string>
 
 #include "diag/trace.h"
-#include "hsm/dmapi/provider/provider_testing.h"
-#include "hsm/dmapi/provider/qmxdm.h"
+#include "hsm/provider/qmxdm.h"
+#include "hsm/provider/testing/provider_sandbox.h"
 
 namespace {
 

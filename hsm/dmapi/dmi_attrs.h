@@ -12,7 +12,7 @@
 
 #include <cstddef>
 
-#include "hsm/dmapi/dmapi_iface.h"
+#include "hsm/provider/dmapi_iface.h"
 
 #define DMI_ATTR_OBJ "KVRObj"
 #define DMI_ATTR_PMIG "KVRPMig"

@@ -16,7 +16,7 @@
 
 #include "hsm/dmapi/dmi_fileattr.h"
 #include "hsm/dmapi/dmi_fsstate.h"
-#include "hsm/dmapi/dmi_testing.h"
+#include "hsm/dmapi/testing/dmi_testing.h"
 
 namespace {
 

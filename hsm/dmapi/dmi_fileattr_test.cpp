@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string>
 
-#include "hsm/dmapi/dmi_testing.h"
+#include "hsm/dmapi/testing/dmi_testing.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 
 #include "hsm/dmapi/dmi_attrs.h"
 #include "hsm/dmapi/dmi_fileattr.h"
-#include "hsm/dmapi/dmi_testing.h"
 #include "hsm/dmapi/sys_lock.h"
+#include "hsm/dmapi/testing/dmi_testing.h"
 
 namespace {
 

@@ -1,13 +1,15 @@
 // Taking over the orphaned session of a daemon that ended without closing
 // it: the session is found by name, handed to this process, and the events
 // that waited on it are answered.
+#include "hsm/dmapi/dmi_recover.h"
+
 #include <errno.h>
 
 #include <cstring>
 #include <new>
 #include <vector>
 
-#include "hsm/dmapi/dmi_session.h"
+#include "hsm/dmapi/dmi_sessid.h"
 #include "hsm/dmapi/dmi_trace.h"
 #include "hsm/dmapi/xdsmapi.h"
 #include "options/optobj.h"

@@ -1,6 +1,8 @@
 // The session-log marker: an empty file per live session in the first
 // managed file system, so that the daemons of every node can see which
 // sessions an instance holds.
+#include "hsm/dmapi/dmi_sessinfo.h"
+
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,7 +13,7 @@
 #include <string>
 
 #include "diag/logfile.h"
-#include "hsm/dmapi/dmi_session.h"
+#include "hsm/dmapi/dmi_sessid.h"
 #include "hsm/dmapi/dmi_trace.h"
 #include "hsm/dmapi/fs_config.h"
 #include "hsm/dmapi/space_reserve.h"

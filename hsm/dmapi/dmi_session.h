@@ -1,6 +1,7 @@
-// The process's DMAPI session: initialising the service, naming, creating,
-// finding, taking over and closing the session, its marker file, and the
-// text forms of session ids and tokens.
+// The process's DMAPI session: initialising the service, naming, creating
+// and closing the session.  Finding a session and the text forms of ids are
+// in dmi_sessid.h, taking over an orphaned session in dmi_recover.h, the
+// session-log marker in dmi_sessinfo.h.
 //
 // Every function returns 0 (or a session id) on success and -1 (or 0) on
 // failure with errno set, unless said otherwise.  Trace lines begin
@@ -17,10 +18,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "hsm/dmapi/dmapi_iface.h"
-
-// Buffers for the text forms below must hold at least this many bytes.
-constexpr size_t dmiTextBufSize = 64;
+#include "hsm/dmapi/dmi_sessid.h"
+#include "hsm/provider/dmapi_iface.h"
 
 // Initialises the DMAPI service of the access object.  Returns 0, or -1;
 // unless |quiet|, message 9505 (program name, strerror) goes to stderr.
@@ -28,14 +27,6 @@ int dmiInit(int quiet);
 
 // The saved session id of the access object (0 when none).
 dm_sessid_t dmiGetSid();
-
-// Looks up a session by its info string among all sessions of DMAPI.  The
-// info string of a session matches when its first rlen bytes (the length
-// that the query returned) equal |name|'s.  With |wanted| 0 the first match
-// wins; otherwise only a match with that id counts.  Returns 0 with
-// |*found| the id or 0 (no match), or -1 on error (message 9534 for a
-// failed query, 9184 out of memory).
-int dmiGetSidByName(const char* name, dm_sessid_t* found, dm_sessid_t wanted);
 
 // The session name of this process: "rec<N>" and so on for the five
 // daemons once dmiOpenSession has filled their names, else the program name.
@@ -47,35 +38,9 @@ const char* qmxWhoAmI();
 // missing permission, 9531 otherwise, rate-limited for the daemons).
 dm_sessid_t dmiOpenSession(int force);
 
-// Takes over the orphaned session called |name| (|sid| unused: the session
-// is found by name).  |reuse| 1 keeps the old session for this process,
-// else its events are answered and it is destroyed after the takeover.
-// Returns 0 (also when there was nothing to recover) or -1.
-int dmiRecoverObsoletedSession(dm_sessid_t sid, const char* name, int reuse);
-
-// Answers the undelivered events and outstanding tokens of |sid| (ABORT),
-// counting them in |*count|.  Returns 0 or -1.
-int dmiClearAllEvents(dm_sessid_t sid, int flag, unsigned int* count);
-
 // Clears and destroys session |sid|, forgets it when it is the saved one
 // and removes its marker file.  Returns 0 or -1 (destroy failed).
 int dmiCloseSession(dm_sessid_t sid, int flag);
-
-// Text forms: "%llX" for ids, "%llX-%llX" (high half first) for tokens,
-// into |buf| (dmiTextBufSize bytes); return |buf|.
-char* dmiSessionIDToString(dm_sessid_t sid, char* buf);
-char* dmiTokenToString(dm_token_t token, char* buf);
-// Parses hexadecimal |text| (strtoll base 16: the first non-hex character
-// ends it, which is not an error).  Returns 0, or -1 for null arguments.
-int dmiSessionStringToID(const char* text, dm_sessid_t* out);
-
-// The session-log marker "<fs>/.SpaceMan/logdir/sessionlog<N>/<sid>.sess"
-// in the first managed file system; |instance| below 1 means this node's.
-// Return 0 or -1 with errno.  The program "qmxmigrate" writes none.
-int dmiSessionCreateInfo(dm_sessid_t sid);
-int dmiSessionRemoveInfo(dm_sessid_t sid, int flag, int instance);
-// The marker's path (empty when the file-system table has no entry).
-int dmiSessionInfoPath(dm_sessid_t sid, int instance, char* buf, size_t size);
 
 // The command's DMAPI session: initialises the service when needed and
 // opens a session (dmiOpenSession); *sid receives it.  Returns 0 or -1.

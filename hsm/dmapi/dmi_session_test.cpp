@@ -1,4 +1,6 @@
 #include "hsm/dmapi/dmi_session.h"
+#include "hsm/dmapi/dmi_recover.h"
+#include "hsm/dmapi/dmi_sessinfo.h"
 
 #include <errno.h>
 #include <sys/wait.h>
@@ -9,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "hsm/dmapi/dmi_testing.h"
-#include "hsm/dmapi/provider/session_registry.h"
+#include "hsm/dmapi/testing/dmi_testing.h"
+#include "hsm/provider/session_registry.h"
 
 namespace {
 

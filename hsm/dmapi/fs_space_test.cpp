@@ -7,8 +7,8 @@
 
 #include "hsm/dmapi/dmapi_binding.h"
 #include "hsm/dmapi/fs_mode.h"
-#include "hsm/dmapi/provider/provider_testing.h"
 #include "hsm/dmapi/space_reserve.h"
+#include "hsm/provider/testing/provider_sandbox.h"
 
 namespace {
 

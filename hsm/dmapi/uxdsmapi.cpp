@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "hsm/dmapi/dmi_attrs.h"
-#include "hsm/dmapi/rdm_client.h"
+#include "hsm/rdm/rdm_client.h"
 
 namespace {
 

@@ -9,18 +9,10 @@
 
 #include "diag/nl.h"
 #include "hsm/dmapi/dmi_trace.h"
-#include "hsm/dmapi/rxdsmapi.h"
-#include "hsm/dmapi/uxdsmapi.h"
 
 const char* const dmiSupportedVersions[3] = {"VEXA DMAPI 3.20", "VEXA DMAPI 3.30",
                                              "VEXA DMAPI 3.40"};
 const char* const dmiBuildVersion = "VEXA DMAPI 3.20";
-
-namespace {
-
-XDSMAPI* gInstance = nullptr;
-
-}  // namespace
 
 XDSMAPI::XDSMAPI(dm_boolean_t remote) : remoteArg_(remote) {}
 
@@ -30,23 +22,6 @@ int XDSMAPI::prefetchDirAttributes(const char* /*dir*/) {
 
 XDSMAPI::~XDSMAPI() {
   std::free(state_);
-}
-
-XDSMAPI* XDSMAPI::getXDSMAPI() {
-  if (gInstance == nullptr) {
-    if (getuid() == 0)
-      gInstance = new RXDSMAPI(DM_TRUE);
-    else
-      gInstance = new UXDSMAPI(DM_FALSE);
-    gInstance->init();
-  }
-  return gInstance;
-}
-
-XDSMAPI* XDSMAPI::setXDSMAPI(XDSMAPI* x) {
-  XDSMAPI* old = gInstance;
-  gInstance = x;
-  return old;
 }
 
 int XDSMAPI::init() {

@@ -30,7 +30,7 @@
 #include <cstdint>
 #include <functional>
 
-#include "hsm/dmapi/dmapi_iface.h"
+#include "hsm/provider/dmapi_iface.h"
 
 // A DMAPI handle: the provider's bytes and their length.  Handles made by
 // XDSMAPI::pathToHandle are released with XDSMAPI::freeHandle.
@@ -64,7 +64,7 @@ class XDSMAPI {
 
   // The process's instance, created on the first call: an RXDSMAPI when
   // the real user id is 0, else a UXDSMAPI.  Never null.
-  static XDSMAPI* getXDSMAPI();
+  static XDSMAPI* getXDSMAPI();  // in xdsmapi_factory.cpp
   // Installs |x| as the process's instance (tests and tools that bring
   // their own provider); null makes the next getXDSMAPI create the usual
   // one.  Returns the previous instance, which the caller then owns.

@@ -18,7 +18,7 @@
 #include "hsm/cmd/hsm_startup.h"
 #include "hsm/dmapi/dmapi_binding.h"
 #include "hsm/dmapi/dmi_fsstate.h"
-#include "hsm/dmapi/rdm_proto.h"
+#include "hsm/rdm/rdm_proto.h"
 #include "hsm/rootd/rootd_server.h"
 
 namespace {

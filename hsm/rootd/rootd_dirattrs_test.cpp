@@ -7,7 +7,7 @@
 #include <functional>
 #include <set>
 
-#include "hsm/dmapi/rdm_dirattrs.h"
+#include "hsm/rdm/rdm_dirattrs.h"
 #include "hsm/rootd/rootd_guard.h"
 #include "hsm/rootd/rootd_testing.h"
 

@@ -10,7 +10,8 @@
 #include <system_error>
 #include <thread>
 
-#include "hsm/dmapi/provider/handle.h"
+#include "hsm/provider/handle.h"
+#include "hsm/rootd/rootd_dirread.h"
 
 namespace {
 
@@ -122,9 +123,9 @@ void answerEntry(const DirCall& call, const std::string& path, const DirProbe& p
   } else if (p.readErr != 0) {
     e->attrs.assign(nattrs, rdmDirAttr_t{denied(p.readErr), 0, {}});
   } else if (sub != nullptr) {
-    rdmReadDirAttrs(call.dm, call.q, sub, sublen, &e->attrs);
+    rtdReadDirAttrs(call.dm, call.q, sub, sublen, &e->attrs);
   } else {
-    rdmReadDirAttrs(call.dm, call.q, e->handle.data(), e->handle.size(), &e->attrs);
+    rtdReadDirAttrs(call.dm, call.q, e->handle.data(), e->handle.size(), &e->attrs);
   }
   std::free(sub);
 }
@@ -178,7 +179,7 @@ const std::vector<std::string>* rtdDirListing::names(int fd) {
   valid_ = false;
   // A description of its own, so that reading it moves no offset of |fd|.
   int own = openat(fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (own < 0 || rdmListRegularFiles(own, "", &names_) != 0) return nullptr;
+  if (own < 0 || rtdListRegularFiles(own, "", &names_) != 0) return nullptr;
   key_ = now;
   valid_ = true;
   return &names_;

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "hsm/dmapi/dmapi_binding.h"
-#include "hsm/dmapi/rdm_dirattrs.h"
+#include "hsm/rdm/rdm_dirattrs.h"
 #include "hsm/rootd/rootd_caller.h"
 
 // The sorted names of the regular files of the directory that a connection

@@ -13,9 +13,11 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "hsm/dmapi/provider/handle.h"
-#include "hsm/dmapi/rdm_dirattrs.h"
+#include "hsm/provider/handle.h"
+#include "hsm/rdm/rdm_dirattrs.h"
 #include "hsm/rootd/rootd_dircall.h"
+#include "hsm/rootd/rootd_dirread.h"
+#include "hsm/rootd/rootd_dispatch.h"
 
 namespace {
 
@@ -497,7 +499,7 @@ class ContextScope {
 // file is judged as the single calls would judge it (rootd_dircall.h).
 // Refused files are reported in one line per call.
 int64_t gDirAttrs(void* /*arg*/, const rdmDirQuery_t& q, rdmWriter* out) {
-  if (callerIsRoot()) return rdmAnswerDirAttrs(real(), q, out);
+  if (callerIsRoot()) return rtdAnswerDirAttrsAsRoot(real(), q, out);
   const char* dir = q.dir.c_str();
   if (dir[0] != '/') {
     errno = EINVAL;  // the daemon's directory is not the caller's
@@ -520,7 +522,7 @@ int64_t gDirAttrs(void* /*arg*/, const rdmDirQuery_t& q, rdmWriter* out) {
 
 void rtdDispatch(const rtdGuardContext_t& c, const rdmRequest_t& req, rdmReply_t* rep) {
   ContextScope scope(c);
-  rdmDispatch(kGuard, req, rep, gDirAttrs, nullptr);
+  rtdProviderDispatch(kGuard, req, rep, gDirAttrs, nullptr);
 }
 
 int rtdReapSessions(const rtdGuardContext_t& c) {

@@ -1,6 +1,6 @@
 // What a caller of the root daemon may do: a provider binding whose every
 // function checks the calling connection's user before it forwards the
-// call to the real provider.  rdmDispatch decodes a request and calls
+// call to the real provider.  rtdProviderDispatch decodes a request and calls
 // through this binding, so each rule sits where the call's arguments are
 // already decoded, and a refused call is answered as the provider would
 // answer it: -1 with errno.
@@ -45,7 +45,7 @@
 #include <string>
 
 #include "hsm/dmapi/dmapi_binding.h"
-#include "hsm/dmapi/rdm_proto.h"
+#include "hsm/rdm/rdm_proto.h"
 #include "hsm/rootd/rootd_caller.h"
 #include "hsm/rootd/rootd_dircall.h"
 #include "hsm/rootd/rootd_sessions.h"
@@ -66,7 +66,7 @@ struct rtdGuardContext_t {
   size_t maxUserSessions = 0;        // sessions a user may hold at once; 0: no limit
 };
 
-// Answers |req| for |ctx|'s caller: rdmDispatch through the authorising
+// Answers |req| for |ctx|'s caller: rtdProviderDispatch through the authorising
 // binding.  Thread-safe (the context is the calling thread's for the call).
 void rtdDispatch(const rtdGuardContext_t& ctx, const rdmRequest_t& req, rdmReply_t* rep);
 

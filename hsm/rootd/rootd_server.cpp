@@ -17,7 +17,7 @@
 
 #include "diag/logfile.h"
 #include "diag/trace.h"
-#include "hsm/dmapi/rdm_proto.h"
+#include "hsm/rdm/rdm_proto.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include <random>
 
-#include "hsm/dmapi/rdm_client.h"
+#include "hsm/rdm/rdm_client.h"
 #include "hsm/rootd/rootd_server.h"
 #include "hsm/rootd/rootd_testing.h"
 

@@ -14,7 +14,7 @@
 #include <mutex>
 #include <vector>
 
-#include "hsm/dmapi/dmapi_iface.h"
+#include "hsm/provider/dmapi_iface.h"
 
 struct rtdSessionOwner_t {
   pid_t pid;

@@ -22,7 +22,7 @@
 #include <vector>
 
 #include "hsm/dmapi/dmapi_binding.h"
-#include "hsm/dmapi/rdm_proto.h"
+#include "hsm/rdm/rdm_proto.h"
 #include "hsm/rootd/rootd_server.h"
 
 namespace rtdtest {
