@@ -93,7 +93,7 @@ void reportBadRequest(void*, const rtdCaller_t& c, int err) {
 // ends with the child's verdict; the child goes on in a session of its
 // own.  Returns, in the child, the descriptor to report the verdict on;
 // -1 when no child could be made (the daemon stays in the foreground).
-int detach() {
+int detachFromTerminal() {
   int verdict[2];
   if (pipe2(verdict, O_CLOEXEC) != 0) return -1;
   pid_t pid = fork();
@@ -114,7 +114,7 @@ int detach() {
 }
 
 // The child's verdict to the waiting parent; then off the terminal.
-void report(int verdictFd, unsigned char status) {
+void tellParent(int verdictFd, unsigned char status) {
   if (verdictFd < 0) return;
   std::fflush(stdout);
   std::fflush(stderr);
@@ -200,19 +200,19 @@ int rtdDaemonMain(int argc, char** argv) {
   static rtdServer server(cfg);
   // The socket is made by the process that serves it: clients learn the
   // daemon's process from it.
-  int verdictFd = args.daemon ? detach() : -1;
+  int verdictFd = args.daemon ? detachFromTerminal() : -1;
   if (server.listen() != 0) {
     int err = errno;
     if (err == EADDRINUSE)
       nlfprintf(stderr, 9584, hsmWhoAmI(), cfg.socketPath.c_str());
     else
       nlfprintf(stderr, 9585, hsmWhoAmI(), cfg.socketPath.c_str(), std::strerror(err));
-    report(verdictFd, 12);
+    tellParent(verdictFd, 12);
     smPostProc();
     return 12;
   }
   announce(9580, hsmWhoAmI(), cfg.socketPath.c_str(), args.maxClients);
-  report(verdictFd, 0);
+  tellParent(verdictFd, 0);
   gServer = &server;
   server.run();
   gServer = nullptr;

@@ -221,8 +221,8 @@ int gCreateSession(dm_sessid_t oldsid, char* info, dm_sessid_t* newsid) {
     return refuse("dm_create_session", std::to_string(limit) + " sessions", EAGAIN);
   int rc = real().create_session(oldsid, info, newsid);
   if (rc == 0) {
-    if (oldsid != DM_NO_SESSION) ctx().sessions->remove(oldsid);
-    ctx().sessions->add(*newsid, {c.pid, c.uid, rtdProcessStartTime(c.pid)});
+    if (oldsid != DM_NO_SESSION) ctx().sessions->forget(oldsid);
+    ctx().sessions->record(*newsid, {c.pid, c.uid, rtdProcessStartTime(c.pid)});
   }
   return rc;
 }
@@ -231,7 +231,7 @@ int gDestroySession(dm_sessid_t sid) {
   if (!callerIsRoot() && !mayUseSession(sid))
     return refuse("dm_destroy_session", sidText(sid), EPERM);
   int rc = real().destroy_session(sid);
-  if (rc == 0) ctx().sessions->remove(sid);
+  if (rc == 0) ctx().sessions->forget(sid);
   return rc;
 }
 

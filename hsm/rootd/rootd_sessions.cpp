@@ -2,12 +2,12 @@
 
 #include "hsm/rootd/rootd_caller.h"
 
-void rtdSessionTable::add(dm_sessid_t sid, const rtdSessionOwner_t& owner) {
+void rtdSessionTable::record(dm_sessid_t sid, const rtdSessionOwner_t& owner) {
   std::lock_guard<std::mutex> lock(mu_);
   owners_[sid] = owner;
 }
 
-void rtdSessionTable::remove(dm_sessid_t sid) {
+void rtdSessionTable::forget(dm_sessid_t sid) {
   std::lock_guard<std::mutex> lock(mu_);
   owners_.erase(sid);
 }

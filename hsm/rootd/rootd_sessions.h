@@ -25,8 +25,8 @@ struct rtdSessionOwner_t {
 class rtdSessionTable {
  public:
   // Records |sid| as created by |owner|.
-  void add(dm_sessid_t sid, const rtdSessionOwner_t& owner);
-  void remove(dm_sessid_t sid);
+  void record(dm_sessid_t sid, const rtdSessionOwner_t& owner);
+  void forget(dm_sessid_t sid);
   // True when |sid| was created by process |pid| of user |uid|.  A pid
   // reused by another user's process does not match (the uid differs).
   bool owns(dm_sessid_t sid, pid_t pid, uid_t uid) const;
