@@ -74,6 +74,7 @@
 #include <vector>
 
 #include "hsm/provider/dmapi_iface.h"
+#include "hsm/rdm/rdm_status.h"
 
 constexpr uint32_t rdmMagic = 0x4D445251;  // "QRDM" in memory order
 constexpr uint16_t rdmVersion = 1;
@@ -180,7 +181,7 @@ struct rdmRequest_t {
 struct rdmReply_t {
   uint16_t call = 0;
   uint64_t key = 0;
-  int32_t status = 0;
+  int32_t status = rdmStatusMade;
   int64_t result = 0;
   int32_t err = 0;
   std::vector<unsigned char> payload;
