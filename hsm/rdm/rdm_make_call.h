@@ -8,7 +8,7 @@
 
 #include "diag/trace.h"
 #include "hsm/rdm/rdm_calls.h"
-#include "hsm/rdm/rdm_client.h"
+#include "hsm/rdm/rdm_transport.h"
 
 // Decodes |rep|, the answer to |a|, into |*v|.  Returns 0, or -1 with
 // errno EACCES when it is not such an answer.

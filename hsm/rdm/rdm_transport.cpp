@@ -11,7 +11,6 @@
 #include <random>
 
 #include "diag/trace.h"
-#include "hsm/rdm/rdm_client.h"
 #include "hsm/rdm/rdm_status.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // The client's side of the wire, below the calls (rdm_client.h): each
-// thread's connection to the daemon and the request it may have sent ahead
-// of its reply.  rdmTransact (declared in rdm_client.h) is the ordinary
-// exchange; the functions here serve a call sent in two halves.
+// thread's connection to the daemon, the ordinary exchange with its
+// retries (rdmTransact), and the request a thread may have sent ahead of
+// its reply (a call sent in two halves).
 //
 // A thread has at most one request sent ahead.  Another exchange of the
 // thread first reads that request's reply off the connection and keeps it,
@@ -15,6 +15,17 @@
 #include <vector>
 
 #include "hsm/rdm/rdm_proto.h"
+
+// The pool settings in force (test settings when set and not negative):
+// how often a call is asked while the daemon answers "busy", and how long
+// to wait between.
+int rdmPoolSize();
+long rdmPoolTimeUs();
+
+// One request and its reply: retries while busy, checks key and call.
+// Returns 0 with |*rep| (status rdmStatusMade), or -1 with errno (EACCES,
+// EAGAIN).
+int rdmTransact(uint16_t call, const rdmWriter& args, rdmReply_t* rep);
 
 // Writes a request of |call| with |payload| and returns at once, forgetting
 // any request sent ahead before.  A request that could not be written is

@@ -13,10 +13,12 @@
 namespace {
 
 // What a handler is given besides its arguments and reply: the caller's
-// context and what its rule left (a caller-shaped answer, a gate).
+// context, what its rule left (a caller-shaped answer, a gate) and the
+// DMAPI function of its row.
 struct Call {
   const rtdGuardContext_t& ctx;
   const rtdAdmission& adm;
+  const char* function;
   const dmapiBinding_t& dm() const { return *ctx.dm; }
 };
 
@@ -68,7 +70,7 @@ void serve(const rtdRequestRow_t& row, const rtdGuardContext_t& ctx, const rdmRe
   rtdAdmission adm;
   errno = 0;
   int64_t rc = rtdApplyRule(ctx, row.rule, row.function, targetOf(a), &adm);
-  if (rc == 0) rc = Handler(Call{ctx, adm}, a, &v);
+  if (rc == 0) rc = Handler(Call{ctx, adm, row.function}, a, &v);
   rep->result = rc;
   rep->err = rc < 0 ? errno : 0;
   rdmWriter out;
@@ -261,7 +263,7 @@ int64_t getAllTokens(const Call& c, rdmGetAllTokensArgs_t& a, rdmGetAllTokensRep
 }
 
 int64_t dirAttrs(const Call& c, rdmDirQuery_t& q, rdmDirReply_t* v) {
-  int64_t rc = c.adm.scoped() ? rtdAnswerDirAsCaller(c.ctx, "dm_get_dmattr", q, v)
+  int64_t rc = c.adm.scoped() ? rtdAnswerDirAsCaller(c.ctx, c.function, q, v)
                               : rtdAnswerDirAttrsAsRoot(c.dm(), q, v);
   if (rc != 0) {
     int err = errno;
