@@ -88,30 +88,17 @@ CallCase callCase(std::string name, const typename M::Args& a, const ByHand& arg
   return c;
 }
 
-std::vector<CallCase> sampleCalls() {
-  const Bytes value = {'o', 'l', 'd'};
-  dm_stat_t st{};
-  st.dt_ino = 42;
-  st.dt_size = 4096;
-  dm_fileattr_t fa{};
-  fa.fa_mode = 0600;
-  dm_region_t reg{0, 100, DM_REGION_READ, 0};
-  Bytes regBytes(reinterpret_cast<unsigned char*>(&reg),
-                 reinterpret_cast<unsigned char*>(&reg) + sizeof reg);
-  rdmDirQuery_t q;
-  q.sid = 5;
-  q.dir = "/fs/d";
-  q.cursor = "a";
-  q.flags = rdmDirIfAbsent;
-  q.limit = 10;
-  q.names = {kName};
-  rdmDirEntry_t e;
-  e.name = "b";
-  e.handle = kHandle;
-  e.attrs = {rdmDirAttr_t{0, 3, value}};
-  auto none = [](rdmWriter&) {};
-  std::vector<CallCase> c;
-  c.push_back(callCase<rdmInitServiceMsg_t>("InitService", {}, none, {{'v', '1'}}, 0,
+const Bytes kValue = {'o', 'l', 'd'};
+const dm_region_t kRegion{0, 100, DM_REGION_READ, 0};
+void noFields(rdmWriter&) {}
+void rangeByHand(rdmWriter& w) {
+  fileByHand(w);
+  w.i64(-4096);
+  w.u64(8192);
+}
+
+void addSessionCalls(std::vector<CallCase>& c) {
+  c.push_back(callCase<rdmInitServiceMsg_t>("InitService", {}, noFields, {{'v', '1'}}, 0,
                                             [](rdmWriter& w) { w.bytes("v1", 2); }));
   c.push_back(callCase<rdmCreateSessionMsg_t>(
       "CreateSession", {0x11, "info"},
@@ -121,7 +108,7 @@ std::vector<CallCase> sampleCalls() {
       },
       {0x22}, 0, [](rdmWriter& w) { w.u64(0x22); }));
   c.push_back(callCase<rdmDestroySessionMsg_t>(
-      "DestroySession", {0x22}, [](rdmWriter& w) { w.u64(0x22); }, {}, 0, none));
+      "DestroySession", {0x22}, [](rdmWriter& w) { w.u64(0x22); }, {}, 0, noFields));
   c.push_back(callCase<rdmGetAllTokensMsg_t>(
       "GetAllTokens", {0x22, 4},
       [](rdmWriter& w) {
@@ -142,111 +129,6 @@ std::vector<CallCase> sampleCalls() {
         w.u32(1);
       },
       {3, {}}, -1, [](rdmWriter& w) { w.u32(3); }));
-  c.push_back(callCase<rdmSetDmattrMsg_t>(
-      "SetDmattr", {fileArgs(), kName, 1, value},
-      [&](rdmWriter& w) {
-        fileByHand(w);
-        w.name(kName);
-        w.u32(1);
-        w.bytes(value.data(), value.size());
-      },
-      {}, 0, none));
-  c.push_back(callCase<rdmGetDmattrMsg_t>(
-      "GetDmattr", {fileArgs(), kName, 64},
-      [](rdmWriter& w) {
-        fileByHand(w);
-        w.name(kName);
-        w.u64(64);
-      },
-      {3, value}, 0,
-      [&](rdmWriter& w) {
-        w.u64(3);
-        w.bytes(value.data(), value.size());
-      }));
-  c.push_back(callCase<rdmRemoveDmattrMsg_t>(
-      "RemoveDmattr", {fileArgs(), 1, kName},
-      [](rdmWriter& w) {
-        fileByHand(w);
-        w.u32(1);
-        w.name(kName);
-      },
-      {}, 0, none));
-  auto rangeByHand = [](rdmWriter& w) {
-    fileByHand(w);
-    w.i64(-4096);
-    w.u64(8192);
-  };
-  c.push_back(callCase<rdmProbeHoleMsg_t>("ProbeHole", {fileArgs(), -4096, 8192}, rangeByHand,
-                                          {4096, 4096}, 0, [](rdmWriter& w) {
-                                            w.i64(4096);
-                                            w.u64(4096);
-                                          }));
-  c.push_back(callCase<rdmPunchHoleMsg_t>("PunchHole", {fileArgs(), -4096, 8192}, rangeByHand, {},
-                                          0, none));
-  c.push_back(callCase<rdmRequestRightMsg_t>(
-      "RequestRight", {fileArgs(), 1, DM_RIGHT_EXCL},
-      [](rdmWriter& w) {
-        fileByHand(w);
-        w.u32(1);
-        w.u32(DM_RIGHT_EXCL);
-      },
-      {}, 0, none));
-  c.push_back(
-      callCase<rdmReleaseRightMsg_t>("ReleaseRight", {fileArgs()}, fileByHand, {}, 0, none));
-  c.push_back(callCase<rdmGetFileAttrMsg_t>(
-      "GetFileAttr", {fileArgs(), DM_AT_STAT},
-      [](rdmWriter& w) {
-        fileByHand(w);
-        w.u32(DM_AT_STAT);
-      },
-      {st}, 0, [&](rdmWriter& w) { w.bytes(&st, sizeof st); }));
-  c.push_back(callCase<rdmSetFileAttrMsg_t>(
-      "SetFileAttr", {fileArgs(), DM_AT_MODE, fa},
-      [&](rdmWriter& w) {
-        fileByHand(w);
-        w.u32(DM_AT_MODE);
-        w.bytes(&fa, sizeof fa);
-      },
-      {}, 0, none));
-  c.push_back(
-      callCase<rdmReadInvisMsg_t>("ReadInvis", {{fileArgs(), -4096, 8192}}, rangeByHand, {value}, 3,
-                                  [&](rdmWriter& w) { w.bytes(value.data(), value.size()); }));
-  c.push_back(callCase<rdmSetRegionMsg_t>(
-      "SetRegion", {fileArgs(), {reg}},
-      [&](rdmWriter& w) {
-        fileByHand(w);
-        w.bytes(&reg, sizeof reg);
-      },
-      {1}, 0, [](rdmWriter& w) { w.u32(1); }));
-  c.push_back(callCase<rdmGetEventsMsg_t>(
-      "GetEvents", {0x22, 2, 1, 256},
-      [](rdmWriter& w) {
-        w.u64(0x22);
-        w.u32(2);
-        w.u32(1);
-        w.u64(256);
-      },
-      {3, value}, 0,
-      [&](rdmWriter& w) {
-        w.u64(3);
-        w.bytes(value.data(), value.size());
-      }));
-  c.push_back(callCase<rdmRespondEventMsg_t>(
-      "RespondEvent", {0x22, kToken, DM_RESP_ABORT, -5},
-      [](rdmWriter& w) {
-        w.u64(0x22);
-        w.token(kToken);
-        w.u32(DM_RESP_ABORT);
-        w.i32(-5);
-      },
-      {}, 0, none));
-  c.push_back(callCase<rdmCreateUserEventMsg_t>(
-      "CreateUserEvent", {0x22, {'h', 'i'}},
-      [](rdmWriter& w) {
-        w.u64(0x22);
-        w.bytes("hi", 2);
-      },
-      {kToken}, 0, [](rdmWriter& w) { w.token(kToken); }));
   c.push_back(callCase<rdmGetAllSessionsMsg_t>(
       "GetAllSessions", {8}, [](rdmWriter& w) { w.u32(8); }, {2, {0x22, 0x33}}, 0,
       [](rdmWriter& w) {
@@ -263,11 +145,138 @@ std::vector<CallCase> sampleCalls() {
         w.u64(0x22);
         w.u64(64);
       },
-      {3, value}, 0,
+      {3, kValue}, 0,
       [&](rdmWriter& w) {
         w.u64(3);
-        w.bytes(value.data(), value.size());
+        w.bytes(kValue.data(), kValue.size());
       }));
+}
+
+void addFileCalls(std::vector<CallCase>& c) {
+  dm_stat_t st{};
+  st.dt_ino = 42;
+  st.dt_size = 4096;
+  dm_fileattr_t fa{};
+  fa.fa_mode = 0600;
+  c.push_back(callCase<rdmSetDmattrMsg_t>(
+      "SetDmattr", {fileArgs(), kName, 1, kValue},
+      [&](rdmWriter& w) {
+        fileByHand(w);
+        w.name(kName);
+        w.u32(1);
+        w.bytes(kValue.data(), kValue.size());
+      },
+      {}, 0, noFields));
+  c.push_back(callCase<rdmGetDmattrMsg_t>(
+      "GetDmattr", {fileArgs(), kName, 64},
+      [](rdmWriter& w) {
+        fileByHand(w);
+        w.name(kName);
+        w.u64(64);
+      },
+      {3, kValue}, 0,
+      [&](rdmWriter& w) {
+        w.u64(3);
+        w.bytes(kValue.data(), kValue.size());
+      }));
+  c.push_back(callCase<rdmRemoveDmattrMsg_t>(
+      "RemoveDmattr", {fileArgs(), 1, kName},
+      [](rdmWriter& w) {
+        fileByHand(w);
+        w.u32(1);
+        w.name(kName);
+      },
+      {}, 0, noFields));
+  c.push_back(callCase<rdmProbeHoleMsg_t>("ProbeHole", {fileArgs(), -4096, 8192}, rangeByHand,
+                                          {4096, 4096}, 0, [](rdmWriter& w) {
+                                            w.i64(4096);
+                                            w.u64(4096);
+                                          }));
+  c.push_back(callCase<rdmPunchHoleMsg_t>("PunchHole", {fileArgs(), -4096, 8192}, rangeByHand, {},
+                                          0, noFields));
+  c.push_back(callCase<rdmRequestRightMsg_t>(
+      "RequestRight", {fileArgs(), 1, DM_RIGHT_EXCL},
+      [](rdmWriter& w) {
+        fileByHand(w);
+        w.u32(1);
+        w.u32(DM_RIGHT_EXCL);
+      },
+      {}, 0, noFields));
+  c.push_back(
+      callCase<rdmReleaseRightMsg_t>("ReleaseRight", {fileArgs()}, fileByHand, {}, 0, noFields));
+  c.push_back(callCase<rdmGetFileAttrMsg_t>(
+      "GetFileAttr", {fileArgs(), DM_AT_STAT},
+      [](rdmWriter& w) {
+        fileByHand(w);
+        w.u32(DM_AT_STAT);
+      },
+      {st}, 0, [&](rdmWriter& w) { w.bytes(&st, sizeof st); }));
+  c.push_back(callCase<rdmSetFileAttrMsg_t>(
+      "SetFileAttr", {fileArgs(), DM_AT_MODE, fa},
+      [&](rdmWriter& w) {
+        fileByHand(w);
+        w.u32(DM_AT_MODE);
+        w.bytes(&fa, sizeof fa);
+      },
+      {}, 0, noFields));
+  c.push_back(
+      callCase<rdmReadInvisMsg_t>("ReadInvis", {{fileArgs(), -4096, 8192}}, rangeByHand, {kValue},
+                                  3, [&](rdmWriter& w) { w.bytes(kValue.data(), kValue.size()); }));
+  c.push_back(callCase<rdmSetRegionMsg_t>(
+      "SetRegion", {fileArgs(), {kRegion}},
+      [&](rdmWriter& w) {
+        fileByHand(w);
+        w.bytes(&kRegion, sizeof kRegion);
+      },
+      {1}, 0, [](rdmWriter& w) { w.u32(1); }));
+}
+
+void addEventCalls(std::vector<CallCase>& c) {
+  c.push_back(callCase<rdmGetEventsMsg_t>(
+      "GetEvents", {0x22, 2, 1, 256},
+      [](rdmWriter& w) {
+        w.u64(0x22);
+        w.u32(2);
+        w.u32(1);
+        w.u64(256);
+      },
+      {3, kValue}, 0,
+      [&](rdmWriter& w) {
+        w.u64(3);
+        w.bytes(kValue.data(), kValue.size());
+      }));
+  c.push_back(callCase<rdmRespondEventMsg_t>(
+      "RespondEvent", {0x22, kToken, DM_RESP_ABORT, -5},
+      [](rdmWriter& w) {
+        w.u64(0x22);
+        w.token(kToken);
+        w.u32(DM_RESP_ABORT);
+        w.i32(-5);
+      },
+      {}, 0, noFields));
+  c.push_back(callCase<rdmCreateUserEventMsg_t>(
+      "CreateUserEvent", {0x22, {'h', 'i'}},
+      [](rdmWriter& w) {
+        w.u64(0x22);
+        w.bytes("hi", 2);
+      },
+      {kToken}, 0, [](rdmWriter& w) { w.token(kToken); }));
+}
+
+void addHandleAndDirectoryCalls(std::vector<CallCase>& c) {
+  Bytes regBytes(reinterpret_cast<const unsigned char*>(&kRegion),
+                 reinterpret_cast<const unsigned char*>(&kRegion) + sizeof kRegion);
+  rdmDirQuery_t q;
+  q.sid = 5;
+  q.dir = "/fs/d";
+  q.cursor = "a";
+  q.flags = rdmDirIfAbsent;
+  q.limit = 10;
+  q.names = {kName};
+  rdmDirEntry_t e;
+  e.name = "b";
+  e.handle = kHandle;
+  e.attrs = {rdmDirAttr_t{0, 3, kValue}};
   c.push_back(callCase<rdmPathToHandleMsg_t>(
       "PathToHandle", {"/fs/f"}, [](rdmWriter& w) { w.bytes("/fs/f", 6); }, {kHandle}, 0,
       [](rdmWriter& w) { w.bytes(kHandle.data(), kHandle.size()); }));
@@ -287,7 +296,7 @@ std::vector<CallCase> sampleCalls() {
       {1, regBytes}, 0,
       [&](rdmWriter& w) {
         w.u32(1);
-        w.bytes(&reg, sizeof reg);
+        w.bytes(&kRegion, sizeof kRegion);
       }));
   c.push_back(callCase<rdmDirAttrsMsg_t>(
       "DirAttrs", q,
@@ -309,8 +318,16 @@ std::vector<CallCase> sampleCalls() {
         w.bytes(kHandle.data(), kHandle.size());
         w.i32(0);
         w.u64(3);
-        w.bytes(value.data(), value.size());
+        w.bytes(kValue.data(), kValue.size());
       }));
+}
+
+std::vector<CallCase> sampleCalls() {
+  std::vector<CallCase> c;
+  addSessionCalls(c);
+  addFileCalls(c);
+  addEventCalls(c);
+  addHandleAndDirectoryCalls(c);
   return c;
 }
 
