@@ -11,6 +11,9 @@
 // the test setting DMISESSIONPOOLSIZE) with the pool time (200000 us, or
 // DMISESSIONPOOLTIME) between attempts; after the last one errno is EAGAIN.
 //
+// Each call encodes its arguments and decodes its reply through its call's
+// codec (rdm_calls.h).
+//
 // Thread safety: any thread may call; each thread keeps a connection of
 // its own for its calls (a forked child opens a new one).
 #ifndef QMX_HSM_RDM_RDM_CLIENT_H_
@@ -23,14 +26,10 @@
 #include "hsm/provider/dmapi_iface.h"
 #include "hsm/rdm/rdm_dirattrs.h"
 #include "hsm/rdm/rdm_proto.h"
+#include "hsm/rdm/rdm_transport.h"
 
-// The pool settings in force (test settings when set and not negative).
-int rdmPoolSize();
-long rdmPoolTimeUs();
-
-// One request and its reply: retries while busy, checks key and call.
-// Returns 0 with |*rep| (status 0), or -1 with errno (EACCES, EAGAIN).
-int rdmTransact(uint16_t call, const rdmWriter& args, rdmReply_t* rep);
+// The exchange under every call, rdmTransact, and the pool settings
+// rdmPoolSize and rdmPoolTimeUs come with this header from rdm_transport.h.
 
 int rdmInitService(char* version, size_t size);
 int rdmCreateSession(dm_sessid_t oldsid, const char* info, dm_sessid_t* newsid);

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -24,6 +25,13 @@ void putEntry(const rdmDirEntry_t& e, rdmWriter* w) {
     w->u64(a.rlen);
     w->bytes(a.value.data(), a.value.size());
   }
+}
+
+// What putEntry writes for |e|, without writing it.
+size_t entrySize(const rdmDirEntry_t& e) {
+  size_t n = 4 + e.name.size() + 4 + 4 + e.handle.size();
+  for (const rdmDirAttr_t& a : e.attrs) n += 4 + 8 + 4 + a.value.size();
+  return n;
 }
 
 bool isFileName(const unsigned char* p, size_t n) {
@@ -100,26 +108,25 @@ bool rdmGetDirEntries(rdmReader& in, size_t nattrs, std::vector<rdmDirEntry_t>* 
   return in.done();
 }
 
-bool rdmDirReplyBuilder::add(const rdmDirEntry_t& e) {
+bool rdmDirReplyBuilder::add(rdmDirEntry_t e) {
   if (more_) return false;
-  if (limit_ != 0 && count_ >= limit_) {
+  if (limit_ != 0 && reply_.entries.size() >= limit_) {
     more_ = true;
     return false;
   }
-  size_t before = body_.data().size();
-  rdmWriter one;
-  putEntry(e, &one);
-  if (before + one.data().size() > rdmMaxPayload - kReplyMargin) {
+  size_t size = entrySize(e);
+  if (bodySize_ + size > rdmMaxPayload - kReplyMargin) {
     more_ = true;
     return false;
   }
-  body_.raw(one.data().data(), one.data().size());
-  ++count_;
+  bodySize_ += size;
+  reply_.entries.push_back(std::move(e));
   return true;
 }
 
-void rdmDirReplyBuilder::finish(rdmWriter* out) const {
-  out->u32(count_);
-  out->u32(more_ ? 1 : 0);
-  out->raw(body_.data().data(), body_.data().size());
+void rdmDirReplyBuilder::finish(rdmDirReply_t* out) {
+  out->entries = std::move(reply_.entries);
+  out->more = more_;
+  reply_.entries.clear();
+  bodySize_ = 0;
 }

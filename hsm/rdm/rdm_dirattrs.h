@@ -63,11 +63,19 @@ struct rdmDirQuery_t {
   std::vector<dm_attrname_t> names;
 };
 
+// The encoding of the query (rdm_calls.h's rdmDirAttrsMsg_t uses these).
 void rdmEncodeDirQuery(const rdmDirQuery_t& q, rdmWriter* out);
 // False when the arguments do not decode exactly or make no sense (no
 // directory, a NUL inside it, no names or too many, a cursor that is not a
 // file name, an unknown flag).
 bool rdmDecodeDirQuery(rdmReader& in, rdmDirQuery_t* q);
+
+// The answer of one call: entries in name order, and whether it was cut
+// short (ask again with the last name as cursor).
+struct rdmDirReply_t {
+  std::vector<rdmDirEntry_t> entries;
+  bool more = false;
+};
 
 // Encodes the entries part of a reply.
 void rdmPutDirEntries(const std::vector<rdmDirEntry_t>& entries, bool more, rdmWriter* out);
@@ -83,19 +91,20 @@ class rdmDirReplyBuilder {
  public:
   explicit rdmDirReplyBuilder(uint32_t limit = 0) : limit_(limit) {}
   // Appends |e|; false (and more() true) when it no longer fits.
-  bool add(const rdmDirEntry_t& e);
+  bool add(rdmDirEntry_t e);
   bool more() const { return more_; }
   // How many more entries the limit allows (SIZE_MAX without one).
-  size_t room() const { return limit_ == 0 ? SIZE_MAX : limit_ - count_; }
+  size_t room() const { return limit_ == 0 ? SIZE_MAX : limit_ - reply_.entries.size(); }
   // Says that entries were left out (when the limit is reached before
   // the next file is looked at).
   void cut() { more_ = true; }
-  void finish(rdmWriter* out) const;
+  // Hands the gathered reply over to |out|; the builder is empty after.
+  void finish(rdmDirReply_t* out);
 
  private:
-  rdmWriter body_;
+  rdmDirReply_t reply_;
+  size_t bodySize_ = 0;  // the encoded size of the entries so far
   uint32_t limit_;
-  uint32_t count_ = 0;
   bool more_ = false;
 };
 

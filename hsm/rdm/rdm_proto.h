@@ -15,8 +15,9 @@
 // Reply:    u32 magic   u16 version   u16 call (echoed)
 //           u64 confirmation key (echoed: the client drops a reply whose key
 //               is not the one it sent)
-//           i32 status: 0 the call was made; EAGAIN (11) the daemon is busy,
-//               ask again later; any other errno: the daemon refused the call
+//           i32 status (rdm_status.h): 0 the call was made; EAGAIN (11) the
+//               daemon is busy, ask again later; any other errno: the daemon
+//               refused the call
 //           i64 result of the call (0, -1, a byte count)
 //           i32 errno of the call (0 when it succeeded)
 //           u32 payload length   payload (output values)
@@ -60,9 +61,10 @@
 // Output values are sent whatever the result, so that E2BIG can report the
 // length needed.
 //
-// Both sides use the functions below: the client (rdm_client.h) encodes
-// requests and decodes replies, the daemon (hsm/rootd) reads requests and
-// answers them.
+// Both sides use the functions below for frames and fields; each call's
+// payloads are laid out once, in rdm_calls.h, for the client (rdm_client.h)
+// that encodes requests and decodes replies and for the daemon (hsm/rootd)
+// that decodes requests and encodes replies.
 #ifndef QMX_HSM_RDM_RDM_PROTO_H_
 #define QMX_HSM_RDM_RDM_PROTO_H_
 
@@ -72,6 +74,7 @@
 #include <vector>
 
 #include "hsm/provider/dmapi_iface.h"
+#include "hsm/rdm/rdm_status.h"
 
 constexpr uint32_t rdmMagic = 0x4D445251;  // "QRDM" in memory order
 constexpr uint16_t rdmVersion = 1;
@@ -154,6 +157,10 @@ class rdmReader {
   bool ok() const { return ok_; }
   // True when every byte was read and nothing went wrong.
   bool done() const { return ok_ && pos_ == n_; }
+  // Bytes not read yet.
+  size_t left() const { return n_ - pos_; }
+  // Makes ok() false: a field read well but makes no sense.
+  void fail() { ok_ = false; }
 
  private:
   const unsigned char* take(size_t n);
@@ -174,7 +181,7 @@ struct rdmRequest_t {
 struct rdmReply_t {
   uint16_t call = 0;
   uint64_t key = 0;
-  int32_t status = 0;
+  int32_t status = rdmStatusMade;
   int64_t result = 0;
   int32_t err = 0;
   std::vector<unsigned char> payload;

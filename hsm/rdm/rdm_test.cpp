@@ -139,8 +139,10 @@ TEST(RdmProto, DirectoryQueriesAndEntriesRoundTrip) {
   while (b.add(fat)) ++added;
   EXPECT_TRUE(b.more());
   EXPECT_FALSE(b.add(e));  // once full, nothing more
+  rdmDirReply_t full;
+  b.finish(&full);
   rdmWriter bw;
-  b.finish(&bw);
+  rdmPutDirEntries(full.entries, full.more, &bw);
   EXPECT_EQ(bw.data().size(), 8 + added * entrySize);
   EXPECT_LE(bw.data().size(), rdmMaxPayload);
   EXPECT_GT(bw.data().size() + entrySize, rdmMaxPayload - 64);
@@ -157,8 +159,10 @@ TEST(RdmProto, DirectoryQueriesAndEntriesRoundTrip) {
   rdmDirReplyBuilder cut(5);
   cut.add(refused);
   cut.cut();
+  rdmDirReply_t cutReply;
+  cut.finish(&cutReply);
   rdmWriter cw;
-  cut.finish(&cw);
+  rdmPutDirEntries(cutReply.entries, cutReply.more, &cw);
   rdmReader cr(cw.data().data(), cw.data().size());
   ASSERT_TRUE(rdmGetDirEntries(cr, 2, &got, &more));
   EXPECT_EQ(got.size(), 1u);

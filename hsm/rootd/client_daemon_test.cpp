@@ -21,7 +21,7 @@
 #include "hsm/rdm/rdm_client.h"
 #include "hsm/rdm/rdm_dirattrs.h"
 #include "hsm/rdm/rdm_proto.h"
-#include "hsm/rootd/rootd_dispatch.h"
+#include "hsm/rootd/rootd_requests.h"
 #include "hsm/rootd/testing/fake_daemon.h"
 
 namespace {
@@ -41,15 +41,15 @@ TEST(RdmProto, DispatchRefusesMalformedAndUnknownRequests) {
   req.call = rdmInitServiceCall;
   req.key = 42;
   req.payload = {1};  // InitService takes no arguments
-  rtdProviderDispatch(dm, req, &rep);
+  rtdDispatchAsRoot(dm, req, &rep);
   EXPECT_EQ(rep.status, EPROTO);
   EXPECT_EQ(rep.key, 42u);
   req.payload.clear();
-  rtdProviderDispatch(dm, req, &rep);
+  rtdDispatchAsRoot(dm, req, &rep);
   EXPECT_EQ(rep.status, 0);
   EXPECT_EQ(rep.result, 0);
   req.call = rdmCallLimit;
-  rtdProviderDispatch(dm, req, &rep);
+  rtdDispatchAsRoot(dm, req, &rep);
   EXPECT_EQ(rep.status, EOPNOTSUPP);
 }
 

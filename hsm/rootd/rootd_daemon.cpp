@@ -20,6 +20,7 @@
 #include "hsm/dmapi/dmi_fsstate.h"
 #include "hsm/rdm/rdm_proto.h"
 #include "hsm/rootd/rootd_server.h"
+#include "hsm/rootd/rootd_status.h"
 
 namespace {
 
@@ -104,8 +105,8 @@ int detachFromTerminal() {
   }
   if (pid > 0) {
     close(verdict[1]);
-    unsigned char status = 12;
-    if (read(verdict[0], &status, 1) != 1) status = 12;
+    unsigned char status = rtdVerdictFailed;
+    if (read(verdict[0], &status, 1) != 1) status = rtdVerdictFailed;
     _exit(status);
   }
   close(verdict[0]);
@@ -120,7 +121,7 @@ void tellParent(int verdictFd, unsigned char status) {
   std::fflush(stderr);
   (void)!write(verdictFd, &status, 1);
   close(verdictFd);
-  if (status != 0) return;
+  if (status != rtdVerdictServing) return;
   if (chdir("/") != 0) {
     // The root directory is always there; nothing to do otherwise.
   }
@@ -163,14 +164,14 @@ int rtdDaemonMain(int argc, char** argv) {
   if (getuid() != 0 || geteuid() != 0) {
     nlfprintf(stderr, 9586, hsmWhoAmI());
     smPostProc();
-    return 12;
+    return rtdExitSevere;
   }
   rtdArgs_t args;
   std::string bad;
   if (rtdParseArgs(argc, argv, &args, &bad) != 0) {
     nlfprintf(stderr, 9587, hsmWhoAmI(), bad.c_str());
     smPostProc();
-    return 12;
+    return rtdExitSevere;
   }
   std::string which, error;
   const dmapiBinding_t* dm = dmBindProvider(&which, &error);
@@ -178,7 +179,7 @@ int rtdDaemonMain(int argc, char** argv) {
   if (dm == nullptr || dm->init_service(&version) != 0) {
     nlfprintf(stderr, 9505, hsmWhoAmI(), dm == nullptr ? error.c_str() : std::strerror(errno));
     smPostProc();
-    return 12;
+    return rtdExitSevere;
   }
   if (TR_SM)
     trPrintf(__FILE__, __LINE__, "provider %s, version %s\n", which.c_str(),
@@ -207,16 +208,16 @@ int rtdDaemonMain(int argc, char** argv) {
       nlfprintf(stderr, 9584, hsmWhoAmI(), cfg.socketPath.c_str());
     else
       nlfprintf(stderr, 9585, hsmWhoAmI(), cfg.socketPath.c_str(), std::strerror(err));
-    tellParent(verdictFd, 12);
+    tellParent(verdictFd, rtdVerdictFailed);
     smPostProc();
-    return 12;
+    return rtdExitSevere;
   }
   announce(9580, hsmWhoAmI(), cfg.socketPath.c_str(), args.maxClients);
-  tellParent(verdictFd, 0);
+  tellParent(verdictFd, rtdVerdictServing);
   gServer = &server;
   server.run();
   gServer = nullptr;
   announce(9581, hsmWhoAmI(), cfg.socketPath.c_str());
   smPostProc();
-  return 0;
+  return rtdExitOk;
 }

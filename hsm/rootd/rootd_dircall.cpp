@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "hsm/provider/handle.h"
 #include "hsm/rootd/rootd_dirread.h"
@@ -186,7 +187,7 @@ const std::vector<std::string>* rtdDirListing::names(int fd) {
 }
 
 int64_t rtdAnswerDirAttrs(const rtdCaller_t& caller, const dmapiBinding_t& dm,
-                          rtdDirListing* listing, const rdmDirQuery_t& q, rdmWriter* out,
+                          rtdDirListing* listing, const rdmDirQuery_t& q, rdmDirReply_t* out,
                           int* refused) {
   *refused = 0;
   int dirFd = rtdOpenAsCaller(caller, q.dir.c_str(), O_RDONLY | O_DIRECTORY);
@@ -242,7 +243,7 @@ int64_t rtdAnswerDirAttrs(const rtdCaller_t& caller, const dmapiBinding_t& dm,
       return -1;
     }
     for (size_t k = 0; k < end - first; ++k)
-      if (keep[k] && !reply.add(entries[k])) break;
+      if (keep[k] && !reply.add(std::move(entries[k]))) break;
   }
   close(dirFd);
   *refused += helperRefused;

@@ -41,7 +41,7 @@ class rtdDirListing {
 // directory, EPERM when the daemon could not take the caller's identity,
 // anything else from opening or reading the directory.
 int64_t rtdAnswerDirAttrs(const rtdCaller_t& caller, const dmapiBinding_t& dm,
-                          rtdDirListing* listing, const rdmDirQuery_t& q, rdmWriter* out,
+                          rtdDirListing* listing, const rdmDirQuery_t& q, rdmDirReply_t* out,
                           int* refused);
 
 #endif  // QMX_HSM_ROOTD_ROOTD_DIRCALL_H_

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -91,7 +92,8 @@ void rtdReadDirAttrs(const dmapiBinding_t& dm, const rdmDirQuery_t& q, void* han
   }
 }
 
-int64_t rtdAnswerDirAttrsAsRoot(const dmapiBinding_t& dm, const rdmDirQuery_t& q, rdmWriter* out) {
+int64_t rtdAnswerDirAttrsAsRoot(const dmapiBinding_t& dm, const rdmDirQuery_t& q,
+                                rdmDirReply_t* out) {
   if (q.dir[0] != '/') {
     errno = EINVAL;  // the daemon's directory is not the caller's
     return -1;
@@ -122,7 +124,7 @@ int64_t rtdAnswerDirAttrsAsRoot(const dmapiBinding_t& dm, const rdmDirQuery_t& q
       e.attrs.assign(q.names.size(), rdmDirAttr_t{e.handleErr, 0, {}});
     else
       rtdReadDirAttrs(dm, q, e.handle.data(), e.handle.size(), &e.attrs);
-    if (!reply.add(e)) break;
+    if (!reply.add(std::move(e))) break;
   }
   reply.finish(out);
   return 0;

@@ -26,6 +26,7 @@ void rtdReadDirAttrs(const dmapiBinding_t& dm, const rdmDirQuery_t& q, void* han
 // Answers |q| with the calls of |dm| (PathToHandle, then GetDmattr per
 // name), the directory opened plainly.  Returns 0, or -1 with errno of the
 // directory.
-int64_t rtdAnswerDirAttrsAsRoot(const dmapiBinding_t& dm, const rdmDirQuery_t& q, rdmWriter* out);
+int64_t rtdAnswerDirAttrsAsRoot(const dmapiBinding_t& dm, const rdmDirQuery_t& q,
+                                rdmDirReply_t* out);
 
 #endif  // QMX_HSM_ROOTD_ROOTD_DIRREAD_H_

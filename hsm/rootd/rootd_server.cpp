@@ -18,6 +18,8 @@
 #include "diag/logfile.h"
 #include "diag/trace.h"
 #include "hsm/rdm/rdm_proto.h"
+#include "hsm/rdm/rdm_status.h"
+#include "hsm/rootd/rootd_requests.h"
 
 namespace {
 
@@ -236,7 +238,7 @@ void rtdServer::serveCalls(int fd, const rtdCaller_t& caller) {
     }
     rdmReply_t rep;
     rtdDispatch(ctx, req, &rep);
-    if (rep.status != 0 && cfg_.report.badRequest != nullptr)
+    if (rep.status != rdmStatusMade && cfg_.report.badRequest != nullptr)
       cfg_.report.badRequest(cfg_.report.arg, caller, rep.status);
     if (TR_SM)
       trPrintf(__FILE__, __LINE__, "pid %d uid %u call %u: status %d result %lld errno %d\n",

@@ -1,6 +1,7 @@
 // The root daemon's service: a Unix-domain stream socket on which callers
 // that are not root have their DMAPI calls made (rdm_proto.h), each call
-// authorised for the connection's user (rootd_guard.h).
+// answered through the table of requests (rootd_requests.h) and authorised
+// there for the connection's user (rootd_guard.h).
 //
 // Connections: each is served by a thread of its own, which answers
 // requests one after another until the client closes.  At most

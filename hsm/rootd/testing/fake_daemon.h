@@ -16,7 +16,7 @@
 
 #include "hsm/dmapi/dmapi_binding.h"
 #include "hsm/rdm/rdm_proto.h"
-#include "hsm/rootd/rootd_dispatch.h"
+#include "hsm/rootd/rootd_requests.h"
 
 class FakeDaemon {
  public:
@@ -88,7 +88,7 @@ class FakeDaemon {
       rep.status = EAGAIN;
       return rdmWriteReply(c, rep) == 0;
     }
-    rtdProviderDispatch(*dm_, req, &rep);
+    rtdDispatchAsRoot(*dm_, req, &rep);
     switch (mode.load()) {
       case kServe:
         break;
