@@ -1,5 +1,5 @@
-// What the DMAPI layer needs to speak: the program's name, messages that go
-// to the trace and the error log, and text forms of handles.
+// What the DMAPI layer needs to speak: the program's name and messages that
+// go to the trace and the error log.
 //
 // The program name is the one seam to the command's start-up: it calls
 // dmiSetProgName(hsmWhoAmI()) once the name is known.  Until then (and in
@@ -14,8 +14,6 @@
 #include <new>
 #include <string>
 #include <vector>
-
-#include "hsm/dmapi/xdsmapi.h"
 
 // Sets the program name used in DMAPI trace lines and messages (copied, at
 // most 255 characters; null or "" returns to the default).
@@ -42,8 +40,5 @@ bool dmiAssign(std::vector<T>* v, size_t n, const T& fill) {
     return false;
   }
 }
-
-// The handle as hexadecimal digits (for messages), "<NULL>" without bytes.
-std::string dmiHandleToHex(const xdsm_handle_t& h);
 
 #endif  // QMX_HSM_DMAPI_DMI_LOG_H_

@@ -30,14 +30,8 @@
 #include <cstdint>
 #include <functional>
 
+#include "hsm/dmapi/xdsm_handle.h"
 #include "hsm/provider/dmapi_iface.h"
-
-// A DMAPI handle: the provider's bytes and their length.  Handles made by
-// XDSMAPI::pathToHandle are released with XDSMAPI::freeHandle.
-struct xdsm_handle_t {
-  void* hanp = nullptr;
-  size_t hlen = 0;
-};
 
 // The versions of the DMAPI service this client works with.
 extern const char* const dmiSupportedVersions[3];
