@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <memory>
+#include <utility>
 
 #include "testing/sandbox.h"
 
