@@ -7,34 +7,36 @@
 //   strace -f -e trace=%file,%desc bench/dmapi_query_bench --benchmark_filter=Query/1
 // and are one statx (handle) and one getxattr per read: 3 for the query.
 #include <benchmark/benchmark.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <cstring>
-#include <filesystem>
-#include <fstream>
+#include <exception>
+#include <optional>
 #include <string>
 
 #include "hsm/dmapi/dmapi_binding.h"
+#include "testing/sandbox.h"
 
 namespace {
 
+// A stub carrying a record in a test sandbox (its own system root), with a
+// session.
 struct Sandbox {
-  std::string root;
+  std::optional<qmxtest::Sandbox> box;
   std::string file;
   dmapiBinding_t dm{};
   dm_sessid_t sid = DM_NO_SESSION;
 
   bool init() {
-    char tmpl[] = "/tmp/qmxdm-bench-XXXXXX";
-    if (mkdtemp(tmpl) == nullptr) return false;
-    root = tmpl;
-    setenv("QMX_SYSROOT", (root + "/sysroot").c_str(), 1);
+    try {
+      box.emplace(qmxtest::Sandbox::Options{.prefix = "qmxdm-bench-"});
+      file = box->write("stub", "stub");
+    } catch (const std::exception&) {
+      return false;
+    }
     dmBindBuiltIn(&dm);
     char info[] = "dmapi_query_bench";
     if (dm.create_session(DM_NO_SESSION, info, &sid) != 0) return false;
-    file = root + "/stub";
-    std::ofstream(file) << "stub";
     void* h;
     size_t hl;
     if (dm.path_to_handle(file.data(), &h, &hl) != 0) return false;
@@ -47,7 +49,6 @@ struct Sandbox {
   }
   ~Sandbox() {
     if (sid != DM_NO_SESSION) dm.destroy_session(sid);
-    if (!root.empty()) std::filesystem::remove_all(root);
   }
 };
 

@@ -8,34 +8,36 @@
 // Needs root (DM attributes are in the trusted namespace).
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <cstring>
-#include <filesystem>
-#include <fstream>
+#include <exception>
+#include <optional>
 #include <string>
 
 #include "hsm/dmapi/dmi_fileattr.h"
 #include "hsm/dmapi/dmi_log.h"
 #include "hsm/dmapi/dmi_session.h"
+#include "testing/sandbox.h"
 
 namespace {
 
+// A stub in a test sandbox (its own system root), with a session.
 struct Sandbox {
-  std::string root, file;
+  std::optional<qmxtest::Sandbox> box;
+  std::string file;
   dm_sessid_t sid = DM_NO_SESSION;
 
   bool init() {
-    char tmpl[] = "/tmp/qmxdmi-bench-XXXXXX";
-    if (mkdtemp(tmpl) == nullptr) return false;
-    root = tmpl;
-    setenv("QMX_SYSROOT", (root + "/sysroot").c_str(), 1);
+    try {
+      box.emplace(qmxtest::Sandbox::Options{.prefix = "qmxdmi-bench-"});
+      file = box->write("stub", "stub");
+    } catch (const std::exception&) {
+      return false;
+    }
     dmiSetProgName("dmi_fileattr_bench");
     if (dmiInit(1) != 0) return false;
     sid = XDSMAPI::getXDSMAPI()->createSession(0, "dmi_fileattr_bench", 0);
-    file = root + "/stub";
-    std::ofstream(file) << "stub";
     xdsm_handle_t h;
     if (sid == DM_NO_SESSION || handleSetWithPath(&h, file.c_str()) != 0) return false;
     dmiInfo info{};
@@ -47,7 +49,6 @@ struct Sandbox {
   }
   ~Sandbox() {
     if (sid != DM_NO_SESSION) XDSMAPI::getXDSMAPI()->destroySession(sid, 0);
-    if (!root.empty()) std::filesystem::remove_all(root);
   }
 };
 
