@@ -10,8 +10,6 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <exception>
-#include <optional>
 #include <string>
 
 #include "hsm/dmapi/dmapi_binding.h"
@@ -22,18 +20,12 @@ namespace {
 // A stub carrying a record in a test sandbox (its own system root), with a
 // session.
 struct Sandbox {
-  std::optional<qmxtest::Sandbox> box;
-  std::string file;
+  qmxtest::Sandbox box{{.prefix = "qmxdm-bench-"}};  // throws when it can't be made
+  std::string file = box.write("stub", "stub");
   dmapiBinding_t dm{};
   dm_sessid_t sid = DM_NO_SESSION;
 
   bool init() {
-    try {
-      box.emplace(qmxtest::Sandbox::Options{.prefix = "qmxdm-bench-"});
-      file = box->write("stub", "stub");
-    } catch (const std::exception&) {
-      return false;
-    }
     dmBindBuiltIn(&dm);
     char info[] = "dmapi_query_bench";
     if (dm.create_session(DM_NO_SESSION, info, &sid) != 0) return false;

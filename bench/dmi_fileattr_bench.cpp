@@ -11,8 +11,6 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <exception>
-#include <optional>
 #include <string>
 
 #include "hsm/dmapi/dmi_fileattr.h"
@@ -24,17 +22,11 @@ namespace {
 
 // A stub in a test sandbox (its own system root), with a session.
 struct Sandbox {
-  std::optional<qmxtest::Sandbox> box;
-  std::string file;
+  qmxtest::Sandbox box{{.prefix = "qmxdmi-bench-"}};  // throws when it can't be made
+  std::string file = box.write("stub", "stub");
   dm_sessid_t sid = DM_NO_SESSION;
 
   bool init() {
-    try {
-      box.emplace(qmxtest::Sandbox::Options{.prefix = "qmxdmi-bench-"});
-      file = box->write("stub", "stub");
-    } catch (const std::exception&) {
-      return false;
-    }
     dmiSetProgName("dmi_fileattr_bench");
     if (dmiInit(1) != 0) return false;
     sid = XDSMAPI::getXDSMAPI()->createSession(0, "dmi_fileattr_bench", 0);
