@@ -15,6 +15,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/types.h>
+#include <sys/wait.h>
 
 #include <cerrno>
 #include <chrono>

@@ -5,6 +5,7 @@
 // std::runtime_error naming the path and the reason; the test framework
 // reports an exception as the test's failure.  Reading is lenient: a file
 // that can't be read reads as "", which is what a test then compares.
+// The functions keep no state and may be called from any thread.
 #ifndef QMX_TESTING_FILES_H_
 #define QMX_TESTING_FILES_H_
 

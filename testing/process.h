@@ -1,6 +1,9 @@
 // Bounded waits for tests: for a condition, for a child process, and the
 // readiness signal of a program that waits for its next input.  Every wait
 // here ends by its deadline; none sleeps a fixed time in place of knowing.
+//
+// The functions may be called from any thread; forkChild's child, in a
+// process with other threads, may only do what is safe after fork.
 #ifndef QMX_TESTING_PROCESS_H_
 #define QMX_TESTING_PROCESS_H_
 
