@@ -7,34 +7,28 @@
 //   strace -f -e trace=%file,%desc bench/dmapi_query_bench --benchmark_filter=Query/1
 // and are one statx (handle) and one getxattr per read: 3 for the query.
 #include <benchmark/benchmark.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "hsm/dmapi/dmapi_binding.h"
+#include "testing/sandbox.h"
 
 namespace {
 
+// A stub carrying a record in a test sandbox (its own system root), with a
+// session.
 struct Sandbox {
-  std::string root;
-  std::string file;
+  qmxtest::Sandbox box{{.prefix = "qmxdm-bench-"}};  // throws when it can't be made
+  std::string file = box.write("stub", "stub");
   dmapiBinding_t dm{};
   dm_sessid_t sid = DM_NO_SESSION;
 
   bool init() {
-    char tmpl[] = "/tmp/qmxdm-bench-XXXXXX";
-    if (mkdtemp(tmpl) == nullptr) return false;
-    root = tmpl;
-    setenv("QMX_SYSROOT", (root + "/sysroot").c_str(), 1);
     dmBindBuiltIn(&dm);
     char info[] = "dmapi_query_bench";
     if (dm.create_session(DM_NO_SESSION, info, &sid) != 0) return false;
-    file = root + "/stub";
-    std::ofstream(file) << "stub";
     void* h;
     size_t hl;
     if (dm.path_to_handle(file.data(), &h, &hl) != 0) return false;
@@ -47,7 +41,6 @@ struct Sandbox {
   }
   ~Sandbox() {
     if (sid != DM_NO_SESSION) dm.destroy_session(sid);
-    if (!root.empty()) std::filesystem::remove_all(root);
   }
 };
 

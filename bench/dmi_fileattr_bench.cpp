@@ -8,34 +8,28 @@
 // Needs root (DM attributes are in the trusted namespace).
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "hsm/dmapi/dmi_fileattr.h"
 #include "hsm/dmapi/dmi_log.h"
 #include "hsm/dmapi/dmi_session.h"
+#include "testing/sandbox.h"
 
 namespace {
 
+// A stub in a test sandbox (its own system root), with a session.
 struct Sandbox {
-  std::string root, file;
+  qmxtest::Sandbox box{{.prefix = "qmxdmi-bench-"}};  // throws when it can't be made
+  std::string file = box.write("stub", "stub");
   dm_sessid_t sid = DM_NO_SESSION;
 
   bool init() {
-    char tmpl[] = "/tmp/qmxdmi-bench-XXXXXX";
-    if (mkdtemp(tmpl) == nullptr) return false;
-    root = tmpl;
-    setenv("QMX_SYSROOT", (root + "/sysroot").c_str(), 1);
     dmiSetProgName("dmi_fileattr_bench");
     if (dmiInit(1) != 0) return false;
     sid = XDSMAPI::getXDSMAPI()->createSession(0, "dmi_fileattr_bench", 0);
-    file = root + "/stub";
-    std::ofstream(file) << "stub";
     xdsm_handle_t h;
     if (sid == DM_NO_SESSION || handleSetWithPath(&h, file.c_str()) != 0) return false;
     dmiInfo info{};
@@ -47,7 +41,6 @@ struct Sandbox {
   }
   ~Sandbox() {
     if (sid != DM_NO_SESSION) XDSMAPI::getXDSMAPI()->destroySession(sid, 0);
-    if (!root.empty()) std::filesystem::remove_all(root);
   }
 };
 

@@ -4,11 +4,12 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <string>
 
 #include "options/optobj.h"
 #include "platform/services.h"
+#include "testing/scoped_env.h"
+#include "testing/temp_dir.h"
 
 namespace {
 
@@ -52,11 +53,10 @@ const char kSysOpt[] =
     "   TCPPORT            1600\n";
 
 void BM_ConstructAndReadOptionFiles(benchmark::State& state) {
-  char tmpl[] = "/tmp/qmxbenchXXXXXX";
-  std::string dir = mkdtemp(tmpl);
-  std::ofstream(dir + "/qmx.opt") << kUserOpt;
-  std::ofstream(dir + "/qmx.sys") << kSysOpt;
-  setenv("QMX_DIR", dir.c_str(), 1);
+  qmxtest::TempDir dir("qmxbench");
+  dir.write("qmx.opt", kUserOpt);
+  dir.write("qmx.sys", kSysOpt);
+  qmxtest::ScopedEnv qmxDir("QMX_DIR", dir.path().c_str());
   euGetEnvironment(1);
   optError err;
   for (auto _ : state) {
@@ -69,7 +69,8 @@ void BM_ConstructAndReadOptionFiles(benchmark::State& state) {
       state.SkipWithError("option files were not read");
     benchmark::DoNotOptimize(o.tcpBuffSize);
   }
-  std::system(("rm -rf '" + dir + "'").c_str());
+  qmxDir.restore();
+  euGetEnvironment(1);
 }
 BENCHMARK(BM_ConstructAndReadOptionFiles)->Unit(benchmark::kMicrosecond);
 

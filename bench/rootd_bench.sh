@@ -36,10 +36,13 @@ chown -R "$BENCH_USER" "$D"
 
 QMX_LOG=$R/logs "$C/hsm/bin/qmxrootd" >/dev/null &
 DAEMON=$!
-while [ ! -S "$R/run/qmxrootd.sock" ]; do
+# Ready once its socket is there; given up after 30 s.
+for ((i = 0; i < 600; i++)); do
+  [ -S "$R/run/qmxrootd.sock" ] && break
   kill -0 "$DAEMON" 2>/dev/null || { echo "qmxrootd did not start" >&2; exit 1; }
   sleep 0.05
 done
+[ -S "$R/run/qmxrootd.sock" ] || { echo "qmxrootd made no socket within 30 s" >&2; exit 1; }
 
 asroot() { QMX_LOG=$R/logs "$C/hsm/bin/qmxattr" "$D"; }
 asuser() {

@@ -9,6 +9,7 @@
 #include "diag/memory.h"
 #include "diag/mempool.h"
 #include "diag/trace.h"
+#include "testing/temp_dir.h"
 
 namespace {
 
@@ -60,32 +61,25 @@ BENCHMARK(BM_DisabledEnterExit);
 // An enabled class writing to a plain file, with the full line head.
 void BM_EnabledLineToFile(benchmark::State& state) {
   setUpTrace();
-  char name[] = "/tmp/qmxbenchXXXXXX";
-  int fd = mkstemp(name);
-  if (fd >= 0) close(fd);
-  trBegin(name, 0);
+  qmxtest::TempDir dir("qmxbench");
+  trBegin(dir.write("plain.trc", "").c_str(), 0);
   trEnable("SM PID TID", 1);
   int value = 42;
   for (auto _ : state) TRACE_Fkt(__FILE__, __LINE__)(TR_SM, "candidate rc=%d\n", value);
   delete_TraceObject();
-  unlink(name);
 }
 BENCHMARK(BM_EnabledLineToFile);
 
 // An enabled class writing to a wrapping file (position bookkeeping per line).
 void BM_EnabledLineToWrappingFile(benchmark::State& state) {
   setUpTrace();
-  char name[] = "/tmp/qmxbenchXXXXXX";
-  int fd = mkstemp(name);
-  if (fd >= 0) close(fd);
-  unlink(name);
+  qmxtest::TempDir dir("qmxbench");
   trSetMaxTraceSize(4);
-  trBegin(name, 0);
+  trBegin(dir.path("wrapping.trc").c_str(), 0);
   trEnable("SM", 1);
   int value = 42;
   for (auto _ : state) TRACE_Fkt(__FILE__, __LINE__)(TR_SM, "candidate rc=%d\n", value);
   delete_TraceObject();
-  unlink(name);
 }
 BENCHMARK(BM_EnabledLineToWrappingFile);
 

@@ -5,7 +5,7 @@
 #   folder except *_test.cpp and *_main.cpp, so that adding a file needs no
 #   CMake edit.  The project root is the include root ("diag/trace.h").
 #   Every *_test.cpp of the folder goes into the test program <name>_tests,
-#   registered with CTest.
+#   registered with CTest and linked with the test support (testing/).
 
 set(QMX_ROOT ${CMAKE_CURRENT_LIST_DIR}/..)
 
@@ -42,7 +42,8 @@ function(qmx_library name)
   endif()
   if(_tests)
     add_executable(${name}_tests ${_tests})
-    target_link_libraries(${name}_tests PRIVATE qmx_${name} GTest::gmock_main qmx_warnings)
+    target_link_libraries(${name}_tests PRIVATE qmx_${name} qmx_testing GTest::gmock_main
+      qmx_warnings)
     gtest_discover_tests(${name}_tests DISCOVERY_MODE PRE_TEST
       PROPERTIES LABELS "unit" ENVIRONMENT "QMX_BUILD_DIR=${CMAKE_BINARY_DIR}")
   endif()

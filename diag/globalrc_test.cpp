@@ -75,7 +75,7 @@ TEST_F(GlobalRCTest, ClearingKeepsWhatEachLevelPromises) {
 }
 
 TEST_F(GlobalRCTest, ChangesAreTracedUnderExtrc) {
-  nltest::TempDir dir;
+  qmxtest::TempDir dir;
   std::string trace = dir.path() + "/trace.out";
   new_TraceObject(ctCLSpaceMGT, 0, nullptr);
   ASSERT_EQ(trEnable("EXTRC EXTRC_DETAIL", 1), 0);
@@ -84,7 +84,7 @@ TEST_F(GlobalRCTest, ChangesAreTracedUnderExtrc) {
   pGlobalRC->set(9033);
   trClose(1);
   delete_TraceObject();
-  std::string t = nltest::ReadAll(trace);
+  std::string t = qmxtest::readFile(trace);
   EXPECT_NE(t.find("msgNum = 1398 changed the Global RC."), std::string::npos);
   EXPECT_EQ(t.find("msgNum = 9033"), std::string::npos);
   EXPECT_NE(t.find("After processing, rc = 8, rcMacroMax = 8, rcMax = 8."), std::string::npos);

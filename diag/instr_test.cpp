@@ -129,7 +129,7 @@ TEST_F(Instr, StopAppendsTheReportToItsFile) {
   obj->beginCategory(instrCompute);
   instrObject::instrStop(obj, 1);
   EXPECT_EQ(nullptr, instrObj);
-  std::string r = readFile(path("r.rpt"));
+  std::string r = qmxtest::readFile(path("r.rpt"));
   EXPECT_THAT(r, HasSubstr("Instrumentation report"));
   EXPECT_THAT(r, HasSubstr(instrCategoryName(instrCompute)));
 }

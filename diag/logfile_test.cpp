@@ -5,11 +5,11 @@
 
 #include <cerrno>
 #include <ctime>
+#include <fstream>
 
 #include "diag/logfile_internal.h"
 #include "diag/nl_test_util.h"
 
-using nltest::ReadAll;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -37,14 +37,14 @@ class LogTest : public nltest::MessageTest {
     strftime(d, sizeof d, "%Y-%m-%d %H:%M:%S ", &lt);
     return std::string(d) + text + "\n";
   }
-  nltest::TempDir dir;
+  qmxtest::TempDir dir;
 };
 
 TEST_F(LogTest, LineIsDateTimeTextWithOneNewline) {
   OpenErrorLog(Path("qmxerror.log"));
   int n = LogMsg("ANS1234E One.");
   EXPECT_EQ(LogMsg("ANS1235E Two.\n"), n);
-  std::string log = ReadAll(Path("qmxerror.log"));
+  std::string log = qmxtest::readFile(Path("qmxerror.log"));
   EXPECT_EQ(static_cast<size_t>(2 * n), log.size());
   // Each line: "YYYY-MM-DD HH:MM:SS " (date format 3, time format 1), text.
   ASSERT_EQ(log.size(), 2u * 34);
@@ -63,7 +63,7 @@ TEST_F(LogTest, LoggingSwitchedOffWritesNothing) {
   SetMsgLoggingMode(0);
   EXPECT_EQ(LogMsg("ANS1234E Not written."), 0);
   nlprintf(1107, "-x");
-  EXPECT_EQ(ReadAll(Path("qmxerror.log")), "");
+  EXPECT_EQ(qmxtest::readFile(Path("qmxerror.log")), "");
   SetMsgLoggingMode(1);
   EXPECT_GT(LogMsg("ANS1234E Written."), 0);
 }
@@ -74,7 +74,7 @@ TEST_F(LogTest, MissingPiecesGive109) {
   nlterm();
   destroyNlsGlobalObject();
   EXPECT_EQ(LogMsg("ANS1234E No message system."), 109);
-  EXPECT_EQ(ReadAll(Path("qmxerror.log")), "");
+  EXPECT_EQ(qmxtest::readFile(Path("qmxerror.log")), "");
 }
 
 TEST_F(LogTest, FailedWriteGives621AndKeepsTheErrno) {
@@ -89,7 +89,7 @@ TEST_F(LogTest, DirectoriesOfTheLogAreCreated) {
   std::string p = dir.path() + "/a/b/c/qmxerror.log";
   OpenErrorLog(p);
   EXPECT_GT(LogMsg("ANS1234E Deep."), 0);
-  EXPECT_THAT(ReadAll(p), HasSubstr("ANS1234E Deep."));
+  EXPECT_THAT(qmxtest::readFile(p), HasSubstr("ANS1234E Deep."));
   // A file where a directory must be: refused with ENOTDIR.
   EXPECT_EQ(utBuildPath((dir.path() + "/a/b/c/qmxerror.log/x/y").c_str()), ENOTDIR);
 }
@@ -100,7 +100,7 @@ TEST_F(LogTest, WrappingLogFillsExactlyToTheMaximumAndStartsAfterTheHeader) {
   OpenErrorLog(p, max);
   const size_t header = logprune::HeaderText(0, max).size();
   EXPECT_EQ(DLogFile::errorLogFile.nextWriteOffset(), header);
-  std::string first = ReadAll(p);
+  std::string first = qmxtest::readFile(p);
   EXPECT_THAT(first, StartsWith("LOGHEADERREC " + std::to_string(header)));
   EXPECT_THAT(first, EndsWith("END OF DATA\n"));
 
@@ -118,7 +118,7 @@ TEST_F(LogTest, WrappingLogFillsExactlyToTheMaximumAndStartsAfterTheHeader) {
   }
   EXPECT_GT(i, 3);
   // The newest line stands right after the header, the file is full.
-  std::string log = ReadAll(p);
+  std::string log = qmxtest::readFile(p);
   EXPECT_EQ(log.size(), max);
   char newest[64];
   snprintf(newest, sizeof newest, "ANS1234E Line number %03d", i - 1);
@@ -140,7 +140,7 @@ TEST_F(LogTest, WrappingLogFillsExactlyToTheMaximumAndStartsAfterTheHeader) {
   OpenErrorLog(p, max);
   EXPECT_EQ(DLogFile::errorLogFile.nextWriteOffset(), next);
   ASSERT_GT(LogMsg("ANS1234E After reopening."), 0);
-  log = ReadAll(p);
+  log = qmxtest::readFile(p);
   EXPECT_EQ(log.size(), max);
   EXPECT_EQ(log.find("ANS1234E After reopening."), next + 20);
 }
@@ -155,7 +155,7 @@ TEST_F(LogTest, NewMaximumCarriesTheNewestEntriesOver) {
   }
   DLogFile::errorLogFile.utCloseOutputFile();
   OpenErrorLog(p, 600);
-  std::string log = ReadAll(p);
+  std::string log = qmxtest::readFile(p);
   unsigned long next = 0, recorded = 0;
   ASSERT_EQ(sscanf(log.c_str(), "LOGHEADERREC %lu %lu", &next, &recorded), 2);
   EXPECT_EQ(recorded, 600u);
@@ -172,7 +172,7 @@ TEST_F(LogTest, PlainLogIsConvertedWhenWrappingIsSwitchedOn) {
   { std::ofstream(p) << Dated(1, "ANS1234E Old one.") << Dated(0, "ANS1234E New one."); }
   OpenErrorLog(p, 2000);
   ASSERT_GT(LogMsg("ANS1234E Newest."), 0);
-  std::string log = ReadAll(p);
+  std::string log = qmxtest::readFile(p);
   EXPECT_THAT(log, StartsWith("LOGHEADERREC "));
   size_t a = log.find("Old one."), b = log.find("New one."), c = log.find("Newest.");
   ASSERT_NE(a, std::string::npos);
@@ -189,13 +189,13 @@ TEST_F(LogTest, PruningDropsOldEntriesAndKeepsYoungOnes) {
   DLogFile::InitializeLogFile(DLogFile::errorLogFile, 0, "qmxerlog.pru", 30, 'D', 0, 0);
   ASSERT_EQ(DLogFile::errorLogFile.utOpenOutputFile(p.c_str()), 0);
   ASSERT_GT(LogMsg("ANS1234E Appended."), 0);
-  std::string log = ReadAll(p);
+  std::string log = qmxtest::readFile(p);
   EXPECT_THAT(log, Not(HasSubstr("Old entry.")));
   EXPECT_THAT(log, Not(HasSubstr("second line")));
   EXPECT_THAT(log, HasSubstr("Young entry."));
   EXPECT_THAT(log, HasSubstr("Today."));
   EXPECT_THAT(log, EndsWith("ANS1234E Appended.\n"));
-  std::string report = ReadAll(Path("qmxprune.log"));
+  std::string report = qmxtest::readFile(Path("qmxprune.log"));
   EXPECT_THAT(report, HasSubstr("Log Pruner started.\nLog Retention Days = 30.\n"));
   EXPECT_THAT(report,
               HasSubstr("Log Pruner: 4 lines processed. 2 lines pruned.\nLog Pruner finished.\n"));
@@ -207,9 +207,9 @@ TEST_F(LogTest, PruningInSaveModeKeepsPrunedEntries) {
   { std::ofstream(p) << Dated(9, "ANS1234E Old entry.") << Dated(1, "ANS1234E Young entry."); }
   DLogFile::InitializeLogFile(DLogFile::errorLogFile, 0, "qmxerlog.pru", 5, 'S', 0, 0);
   ASSERT_EQ(DLogFile::errorLogFile.utOpenOutputFile(p.c_str()), 0);
-  EXPECT_THAT(ReadAll(Path("qmxerlog.pru")), HasSubstr("Old entry."));
-  EXPECT_THAT(ReadAll(p), Not(HasSubstr("Old entry.")));
-  EXPECT_THAT(ReadAll(p), HasSubstr("Young entry."));
+  EXPECT_THAT(qmxtest::readFile(Path("qmxerlog.pru")), HasSubstr("Old entry."));
+  EXPECT_THAT(qmxtest::readFile(p), Not(HasSubstr("Old entry.")));
+  EXPECT_THAT(qmxtest::readFile(p), HasSubstr("Young entry."));
 }
 
 TEST_F(LogTest, PruningFailureLeavesTheLogWhole) {
@@ -218,8 +218,8 @@ TEST_F(LogTest, PruningFailureLeavesTheLogWhole) {
   { std::ofstream(p) << before; }
   DLogFile::InitializeLogFile(DLogFile::errorLogFile, 0, "/nonexistent/dir/x.pru", 5, 'S', 0, 0);
   ASSERT_EQ(DLogFile::errorLogFile.utOpenOutputFile(p.c_str()), 0);
-  EXPECT_EQ(ReadAll(p), before);
-  EXPECT_THAT(ReadAll(Path("qmxprune.log")),
+  EXPECT_EQ(qmxtest::readFile(p), before);
+  EXPECT_THAT(qmxtest::readFile(Path("qmxprune.log")),
               HasSubstr("Couldn't open save file </nonexistent/dir/x.pru> to save pruned log "
                         "entries.\nerrno = 2, "));
 }
@@ -240,7 +240,7 @@ TEST_F(LogTest, WrappingLogWithAHeaderPastItsEndIsRebuilt) {
   }
   OpenErrorLog(p, 1000);
   ASSERT_GT(LogMsg("ANS1234E Added."), 0);
-  std::string log = ReadAll(p);
+  std::string log = qmxtest::readFile(p);
   EXPECT_LT(log.find("Kept."), log.find("Added."));
   EXPECT_LE(log.size(), 1000u);
   EXPECT_EQ(log.find("LOGHEADERREC", 1), std::string::npos);  // the old header is not an entry

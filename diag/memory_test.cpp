@@ -27,9 +27,9 @@ class TrackedMemory : public TraceFixture {
     trEnable("", 1);
     allClassesOff();
     TR_MEMORY = 1;
-    header_ = readFile(path("m.trc")).size();
+    header_ = qmxtest::readFile(path("m.trc")).size();
   }
-  std::string traced() { return readFile(path("m.trc")).substr(header_); }
+  std::string traced() { return qmxtest::readFile(path("m.trc")).substr(header_); }
   size_t header_ = 0;
 };
 

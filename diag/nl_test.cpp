@@ -2,6 +2,7 @@
 // tree.
 #include <gmock/gmock.h>
 
+#include <fstream>
 #include <sstream>
 #include <thread>
 
@@ -10,9 +11,8 @@
 #include "diag/trace.h"
 
 using nltest::MessageTest;
-using nltest::ReadAll;
 using nltest::Shown;
-using nltest::TempDir;
+using qmxtest::TempDir;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
@@ -123,7 +123,7 @@ TEST_F(MessageTest, UnknownLanguageFallsBackToEnglishWithATraceLine) {
   EXPECT_THAT(Compose(1107, "-x"), StartsWith("ANS1107E The option or argument"));
   trClose(1);
   delete_TraceObject();
-  EXPECT_THAT(ReadAll(trace),
+  EXPECT_THAT(qmxtest::readFile(trace),
               HasSubstr("Language specification \"XX\" not found, substituting US English"));
   EXPECT_TRUE(Shown().empty());
 }
@@ -163,7 +163,7 @@ TEST_F(MessageTest, AbsentMessagesAreReportedAndLogged) {
   EXPECT_EQ(Shown()[0].first, static_cast<unsigned>(nlsevE));
   EXPECT_THAT(Shown()[0].second, StartsWith("ANS9999E "));
   EXPECT_THAT(Shown()[0].second, HasSubstr("): Message No 4242 could not be found.\n"));
-  EXPECT_THAT(ReadAll(dir.path() + "/qmxerror.log"),
+  EXPECT_THAT(qmxtest::readFile(dir.path() + "/qmxerror.log"),
               HasSubstr("Message No 4242 could not be found."));
   EXPECT_EQ(nlGetMsgSev(4242), nlsevNone);
   EXPECT_EQ(pGlobalRC->get(), 0);
@@ -220,7 +220,7 @@ TEST_F(MessageTest, EmbeddedClientIsSilentOnScreensButStillLogs) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
   EXPECT_TRUE(Shown().empty());
-  std::string log = ReadAll(dir.path() + "/qmxerror.log");
+  std::string log = qmxtest::readFile(dir.path() + "/qmxerror.log");
   EXPECT_THAT(log, HasSubstr("ANS9178E qmxattr: '/dev/fsm' could not be accessed"));
   EXPECT_THAT(log, HasSubstr("ANS1107E The option or argument '-x'"));
   EXPECT_THAT(log, ::testing::Not(HasSubstr("ANS9033I")));  // informational: not logged
@@ -270,7 +270,7 @@ TEST_F(MessageTest, TraceFacilityMessagesGoThroughTheCatalogue) {
   delete_TraceObject();
   EXPECT_THAT(err, HasSubstr("ANS1193E The trace file '" + link + "' is a symbolic link"));
   EXPECT_THAT(err, HasSubstr("ANS1191W The symbolic link '" + link + "' was deleted."));
-  std::string log = ReadAll(dir.path() + "/qmxerror.log");
+  std::string log = qmxtest::readFile(dir.path() + "/qmxerror.log");
   EXPECT_THAT(log, HasSubstr("ANS1193E"));
   EXPECT_THAT(log, HasSubstr("ANS1191W"));
 }
@@ -347,7 +347,7 @@ TEST_F(MessageTest, ScheduleModeCopiesEveryMessageToTheScheduleLog) {
   nlprintf(9033, "/b");
   nlSetScheduleMode(0);
   DLogFile::schedLogFile.utCloseOutputFile();
-  std::string log = ReadAll(sched);
+  std::string log = qmxtest::readFile(sched);
   EXPECT_THAT(log, ::testing::Not(HasSubstr("'/a'")));
   EXPECT_THAT(log, HasSubstr("ANS9033I The recall mode of '/b' was set."));
 }
@@ -369,7 +369,7 @@ TEST_F(MessageTest, ThreadsNeverInterleaveLogLines) {
     });
   }
   for (std::thread& th : threads) th.join();
-  std::istringstream log(ReadAll(dir.path() + "/qmxerror.log"));
+  std::istringstream log(qmxtest::readFile(dir.path() + "/qmxerror.log"));
   std::string line;
   int lines = 0;
   while (std::getline(log, line)) {
@@ -420,7 +420,7 @@ TEST_F(MessageTest, TraceTimeStampsUseTheClientDateFormat) {
   delete_TraceObject();
   setDateFmt(1);
   setTimeFmt(1);
-  std::string t = ReadAll(trace);
+  std::string t = qmxtest::readFile(trace);
   size_t at = t.find("stamped");
   ASSERT_NE(at, std::string::npos);
   size_t bol = t.rfind('\n', at) + 1;

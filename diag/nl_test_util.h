@@ -7,8 +7,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,6 +14,8 @@
 #include "diag/globalrc.h"
 #include "diag/logfile.h"
 #include "diag/nl.h"
+#include "testing/files.h"
+#include "testing/temp_dir.h"
 
 namespace nltest {
 
@@ -46,31 +46,6 @@ inline std::string ClientBinDir() {
 inline std::string TestCatDir() {
   return BuildDir() + "/testcat";
 }
-
-inline std::string ReadAll(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-// A scratch directory, removed afterwards.
-class TempDir {
- public:
-  TempDir() {
-    char tmpl[] = "/tmp/qmxnlXXXXXX";
-    path_ = mkdtemp(tmpl);
-  }
-  ~TempDir() {
-    std::string cmd = "rm -rf '" + path_ + "'";
-    if (system(cmd.c_str()) != 0) {
-    }
-  }
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
 
 // Each test starts a fresh message system with recording output functions
 // and a return-code object, and tears everything down afterwards.

@@ -57,7 +57,7 @@ TEST_F(TraceFile, PlainFileHeaderAndAnnouncementAreAppended) {
   ASSERT_EQ(0, trBegin("rel.trc", 1));
   // A relative name is made absolute against the current directory.
   EXPECT_EQ(path("rel.trc"), trGetTraceFileName());
-  std::string content = readFile(path("rel.trc"));
+  std::string content = qmxtest::readFile(path("rel.trc"));
   std::string head = std::string("NQB Trace   ") + trProductBanner +
                      "  \nBuild Date: " + trBuildDate + "\nBEGINNING NEW TRACE\n\n";
   EXPECT_THAT(content, StartsWith(head));
@@ -72,7 +72,7 @@ TEST_F(TraceFile, PlainFileHeaderAndAnnouncementAreAppended) {
   // Opening again appends a second header rather than truncating.
   ASSERT_EQ(0, trBegin(path("rel.trc").c_str(), 0));
   trClose(0);
-  std::string twice = readFile(path("rel.trc"));
+  std::string twice = qmxtest::readFile(path("rel.trc"));
   EXPECT_EQ(content + head, twice);
   ASSERT_EQ(0, chdir("/"));
 }
@@ -139,7 +139,7 @@ class TraceWrap : public TraceFile {
 TEST_F(TraceWrap, HeaderRecordsNextWriteAndMaximum) {
   openWrapping(4);
   writeLines(0, 3);
-  std::string c = readFile(path("w.trc"));
+  std::string c = qmxtest::readFile(path("w.trc"));
   ASSERT_THAT(c, StartsWith("NQB Trace   "));
   EXPECT_EQ(4u, recordedMax(c));
   EXPECT_EQ("\nEND OF DATA\n\n", c.substr(recordedNext(c), 14));
@@ -151,13 +151,14 @@ TEST_F(TraceWrap, HeaderRecordsNextWriteAndMaximum) {
 TEST_F(TraceWrap, LineAtTheLimitContinuesAtBeginningOfFile) {
   openWrapping(2);
   int n = 0;
-  while (readFile(path("w.trc")).find("Continued at beginning of file") == std::string::npos) {
+  while (qmxtest::readFile(path("w.trc")).find("Continued at beginning of file") ==
+         std::string::npos) {
     writeLines(n, n + 1);
     ++n;
     ASSERT_LT(n, 100) << "never wrapped";
   }
   writeLines(n, n + 2);
-  std::string c = readFile(path("w.trc"));
+  std::string c = qmxtest::readFile(path("w.trc"));
   EXPECT_LE(c.size(), 2048u);
   const size_t bod = beginOfData(c) + 1;  // a new file's header ends in a blank line
   EXPECT_EQ("\nContinued at beginning of file\n\n", c.substr(bod, 33));
@@ -173,9 +174,9 @@ TEST_F(TraceWrap, LineAtTheLimitContinuesAtBeginningOfFile) {
 TEST_F(TraceWrap, CloseMarksTheEndOfData) {
   openWrapping(4);
   writeLines(0, 2);
-  size_t next = recordedNext(readFile(path("w.trc")));
+  size_t next = recordedNext(qmxtest::readFile(path("w.trc")));
   trClose(0);
-  std::string c = readFile(path("w.trc"));
+  std::string c = qmxtest::readFile(path("w.trc"));
   EXPECT_EQ("\nEND OF DATA - close\n\n", c.substr(next, 22));
 }
 
@@ -183,14 +184,14 @@ TEST_F(TraceWrap, RestartWithSmallerMaximumStartsAnewLargerContinues) {
   openWrapping(4);
   writeLines(0, 5);
   trClose(0);
-  std::string first = readFile(path("w.trc"));
+  std::string first = qmxtest::readFile(path("w.trc"));
 
   // Equal or larger maximum: continued at its end, header updated.
   delete_TraceObject();
   new_TraceObject(ctCLSpaceMGT, 0, nullptr);
   openWrapping(8);
   writeLines(100, 101);
-  std::string more = readFile(path("w.trc"));
+  std::string more = qmxtest::readFile(path("w.trc"));
   EXPECT_EQ(8u, recordedMax(more));
   EXPECT_THAT(more, HasSubstr(lineText(4)));
   EXPECT_GT(more.find(lineText(100)), more.find(lineText(4)));
@@ -202,7 +203,7 @@ TEST_F(TraceWrap, RestartWithSmallerMaximumStartsAnewLargerContinues) {
   new_TraceObject(ctCLSpaceMGT, 0, nullptr);
   openWrapping(2);
   writeLines(200, 201);
-  std::string fresh = readFile(path("w.trc"));
+  std::string fresh = qmxtest::readFile(path("w.trc"));
   EXPECT_EQ(2u, recordedMax(fresh));
   EXPECT_THAT(fresh, Not(HasSubstr(lineText(4))));
   EXPECT_THAT(fresh, HasSubstr(lineText(200)));
@@ -214,7 +215,7 @@ TEST_F(TraceWrap, FileWithoutHeaderIsStartedAnew) {
   fputs("some other file\n", f);
   fclose(f);
   openWrapping(4);
-  std::string c = readFile(path("w.trc"));
+  std::string c = qmxtest::readFile(path("w.trc"));
   EXPECT_THAT(c, StartsWith("NQB Trace   "));
   EXPECT_THAT(c, Not(HasSubstr("some other file")));
 }
@@ -232,7 +233,7 @@ TEST_F(TraceWrap, ConcurrentWritersLoseNoLine) {
     });
   }
   for (std::thread& w : writers) w.join();
-  std::string c = readFile(path("w.trc"));
+  std::string c = qmxtest::readFile(path("w.trc"));
   const size_t next = recordedNext(c);
   ASSERT_EQ("\nEND OF DATA\n\n", c.substr(next, 14));
   EXPECT_EQ(c.size(), next + 14);
@@ -277,11 +278,11 @@ TEST_F(TraceSegments, MaximumOver1000GivesSegmentsThatGoRoundRobin) {
     ASSERT_LT(++n, 5000) << "never switched";
   }
   const int firstOfTwo = n;
-  std::string one = readFile(path("s.trc.1"));
+  std::string one = qmxtest::readFile(path("s.trc.1"));
   EXPECT_LE(one.size(), 1000u * 64);
   EXPECT_THAT(one, HasSubstr("\nContinued at beginning of segment 2\n\n"));
   EXPECT_THAT(one, HasSubstr(lineText(firstOfTwo - 2)));
-  std::string two = readFile(path("s.trc.2"));
+  std::string two = qmxtest::readFile(path("s.trc.2"));
   EXPECT_THAT(two, StartsWith("NQB Trace   "));
   EXPECT_EQ(1500u, recordedMax(two));
   EXPECT_THAT(two, HasSubstr("Continued from end of segment 1\n\n"));
@@ -290,12 +291,12 @@ TEST_F(TraceSegments, MaximumOver1000GivesSegmentsThatGoRoundRobin) {
     writeLines(n, n + 1);
     ASSERT_LT(++n, 10000) << "never switched back";
   }
-  two = readFile(path("s.trc.2"));
+  two = qmxtest::readFile(path("s.trc.2"));
   EXPECT_LE(two.size(), 500u * 64);  // the last segment is the shorter one
   EXPECT_GT(two.size(), 400u * 64);
   // Back in segment 1, which was truncated.
   writeLines(n, n + 1);
-  one = readFile(path("s.trc.1"));
+  one = qmxtest::readFile(path("s.trc.1"));
   EXPECT_THAT(one, HasSubstr("Continued from end of segment 2\n\n"));
   EXPECT_THAT(one, Not(HasSubstr(lineText(0))));
   EXPECT_THAT(one, Not(HasSubstr(lineText(firstOfTwo - 2))));
@@ -386,10 +387,10 @@ TEST_F(TraceNames, StatusLogOpensItsOwnFileOrJoinsTheTrace) {
   EXPECT_EQ(1, TR_STATUS_LOG);
   EXPECT_EQ(0, TR_PREFIX);  // trace was off: status lines without prefix
   EXPECT_TRUE(exists(path("s.log")));
-  size_t before = readFile(path("s.log")).size();
+  size_t before = qmxtest::readFile(path("s.log")).size();
   TR_TIMESTAMP = 0;
   trPrintf("x.cpp", 1, "status\n");
-  EXPECT_EQ("status\n", readFile(path("s.log")).substr(before));
+  EXPECT_EQ("status\n", qmxtest::readFile(path("s.log")).substr(before));
 
   // A started trace takes the status lines itself.
   ASSERT_EQ(0, trInitializeStatusLog(dir_.c_str(), "other.log", result));

@@ -44,10 +44,10 @@ class TraceLine : public TraceFixture {
     trEnable("", 1);  // uses up the first enable, which would add TIMESTAMP and PREFIX
     allClassesOff();
     ASSERT_EQ(0, trEnable(classes, 0));
-    header_ = readFile(path("t.trc")).size();
+    header_ = qmxtest::readFile(path("t.trc")).size();
   }
   // What was traced after opening.
-  std::string traced() { return readFile(path("t.trc")).substr(header_); }
+  std::string traced() { return qmxtest::readFile(path("t.trc")).substr(header_); }
 
   size_t header_ = 0;
 };
@@ -280,13 +280,13 @@ TEST_F(TraceStd, StoppedTracingWritesNothingUntilStarted) {
   TR_TIMESTAMP = 0;
   TR_PREFIX = 0;
   ASSERT_EQ(0, trBegin(path("s.trc").c_str(), 0));
-  size_t before = readFile(path("s.trc")).size();
+  size_t before = qmxtest::readFile(path("s.trc")).size();
   trStopTracing();
   trPrintf("l.cpp", 1, "paused\n");
-  EXPECT_EQ(before, readFile(path("s.trc")).size());
+  EXPECT_EQ(before, qmxtest::readFile(path("s.trc")).size());
   trStartTracing();
   trPrintf("l.cpp", 1, "resumed\n");
-  EXPECT_EQ("resumed\n", readFile(path("s.trc")).substr(before));
+  EXPECT_EQ("resumed\n", qmxtest::readFile(path("s.trc")).substr(before));
 }
 
 struct ConsoleLog {

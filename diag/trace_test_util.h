@@ -4,13 +4,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
+#include <memory>
 #include <string>
 
 #include "diag/trace.h"
 #include "diag/trace_internal.h"
+#include "testing/files.h"
+#include "testing/temp_dir.h"
 
 // A fresh trace object and a scratch directory for every test.
 class TraceFixture : public ::testing::Test {
@@ -18,33 +18,26 @@ class TraceFixture : public ::testing::Test {
   void SetUp() override {
     delete_TraceObject();
     new_TraceObject(ctCLSpaceMGT, 0, nullptr);
-    char tmpl[] = "/tmp/qmxtraceXXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(tmpl));
-    dir_ = tmpl;
+    tmp_ = std::make_unique<qmxtest::TempDir>("qmxtrace");
+    dir_ = tmp_->path();
   }
   void TearDown() override {
     delete_TraceObject();
     trSetSizeUnitForTest(0);
     trSetDateTimeHook(nullptr);
     trSetMessageHook(nullptr);
-    std::string cmd = "rm -rf '" + dir_ + "'";
-    if (system(cmd.c_str()) != 0) ADD_FAILURE() << "cannot remove " << dir_;
+    std::string why = tmp_ != nullptr ? tmp_->remove() : "";
+    if (!why.empty()) ADD_FAILURE() << why;
   }
 
   std::string path(const std::string& name) const { return dir_ + "/" + name; }
-
-  static std::string readFile(const std::string& name) {
-    std::ifstream in(name, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-  }
 
   // Clears every class so that a test chooses the line format exactly.
   static void allClassesOff() {
     for (const trClassEntry_t* e = ClassTable; e->keyword != nullptr; ++e) *e->flag = 0;
   }
 
+  std::unique_ptr<qmxtest::TempDir> tmp_;
   std::string dir_;
 };
 

@@ -6,58 +6,16 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <string>
 
 #include "options/optobj.h"
-#include "platform/services.h"
+#include "options/testing/env_var.h"
+#include "testing/temp_dir.h"
 
 namespace {
 
-class TempDir {
- public:
-  TempDir() {
-    char tmpl[] = "/tmp/qmxoptXXXXXX";
-    path_ = mkdtemp(tmpl);
-  }
-  ~TempDir() { std::system(("rm -rf '" + path_ + "'").c_str()); }
-  const std::string& path() const { return path_; }
-  std::string write(const std::string& name, const std::string& text) const {
-    std::string p = path_ + "/" + name;
-    std::ofstream(p) << text;
-    return p;
-  }
-
- private:
-  std::string path_;
-};
-
-// Sets (or with null, clears) an environment variable for one test and
-// refreshes the client's snapshot of the environment.
-class EnvVar {
- public:
-  EnvVar(const char* name, const char* value) : name_(name) {
-    const char* old = getenv(name);
-    had_ = old != nullptr;
-    if (had_) old_ = old;
-    if (value)
-      setenv(name, value, 1);
-    else
-      unsetenv(name);
-    euGetEnvironment(1);
-  }
-  ~EnvVar() {
-    if (had_)
-      setenv(name_.c_str(), old_.c_str(), 1);
-    else
-      unsetenv(name_.c_str());
-    euGetEnvironment(1);
-  }
-
- private:
-  std::string name_, old_;
-  bool had_ = false;
-};
+using opttest::EnvVar;
+using qmxtest::TempDir;
 
 class OptFiles : public ::testing::Test {
  protected:

@@ -35,7 +35,7 @@ class OptReport : public nltest::MessageTest {
     for (const auto& s : nltest::Shown()) all += s.second;
     return all;
   }
-  nltest::TempDir tmp;
+  qmxtest::TempDir tmp;
   optError err;
 };
 

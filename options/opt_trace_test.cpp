@@ -4,14 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "diag/trace.h"
 #include "options/optobj.h"
-#include "platform/services.h"
+#include "options/testing/env_var.h"
+#include "testing/files.h"
+#include "testing/temp_dir.h"
 
 namespace {
 
@@ -62,37 +61,28 @@ TEST_F(OptTrace, TestFlagsAndErrorProgram) {
 }
 
 TEST_F(OptTrace, OptionListingGoesToTheTrace) {
-  char tmpl[] = "/tmp/qmxtrXXXXXX";
-  std::string dir = mkdtemp(tmpl);
-  std::string trace = dir + "/t.trace";
+  qmxtest::TempDir dir("qmxtr");
+  std::string trace = dir.path("t.trace");
   ASSERT_EQ(trEnable("CONFIG", 1), 0);
   ASSERT_EQ(trBegin(trace.c_str(), 0), 0);
   o.tcpPort = 1777;
   o.optDisplayToTrace();
   trClose(0);
-  std::ifstream in(trace);
-  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::string text = qmxtest::readFile(trace);
   EXPECT_NE(text.find("TCPPORT                      1777\n"), std::string::npos) << text;
-  std::system(("rm -rf '" + dir + "'").c_str());
 }
 
 TEST_F(OptTrace, EarlyPassStartsTheTraceFile) {
-  char tmpl[] = "/tmp/qmxtrXXXXXX";
-  std::string dir = mkdtemp(tmpl);
-  std::string trace = dir + "/qmx.trace";
-  std::ofstream(dir + "/qmx.opt") << "TRACEFILE " << trace << "\nTRACEFLAGS CONFIG\n"
-                                  << "DATEFORMAT 3\n";
-  setenv("QMX_DIR", dir.c_str(), 1);
-  euGetEnvironment(1);
+  qmxtest::TempDir dir("qmxtr");
+  std::string trace = dir.path("qmx.trace");
+  dir.write("qmx.opt", "TRACEFILE " + trace + "\nTRACEFLAGS CONFIG\nDATEFORMAT 3\n");
+  opttest::EnvVar qmxDir("QMX_DIR", dir.path().c_str());
   o.optEnvVarInit();
   ASSERT_EQ(o.optPrescanTrOpt(&err), 0) << err.token;
   EXPECT_EQ(o.dateFormat, 0);  // the early pass applies only trace options
   struct stat st;
   EXPECT_EQ(stat(trace.c_str(), &st), 0);
   EXPECT_NE(TR_CONFIG, 0);
-  unsetenv("QMX_DIR");
-  euGetEnvironment(1);
-  std::system(("rm -rf '" + dir + "'").c_str());
 }
 
 }  // namespace

@@ -7,27 +7,19 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "platform/textfile.h"
+#include "testing/temp_dir.h"
 
 namespace {
 
 class TempDir : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char tmpl[] = "/tmp/qmxfio.XXXXXX";
-    ASSERT_NE(mkdtemp(tmpl), nullptr);
-    dir_ = tmpl;
-  }
-  void TearDown() override { std::system(("rm -rf '" + dir_ + "'").c_str()); }
-  std::string Path(const char* n) const { return dir_ + "/" + n; }
-  void Write(const char* n, const std::string& data) const {
-    std::ofstream(Path(n), std::ios::binary) << data;
-  }
-  std::string dir_;
+  std::string Path(const char* n) const { return tmp_.path(n); }
+  void Write(const char* n, const std::string& data) const { tmp_.write(n, data); }
+  qmxtest::TempDir tmp_{"qmxfio."};
 };
 
 void* HeapAlloc(void* ctx, size_t n) {
@@ -61,7 +53,7 @@ TEST_F(TempDir, KindsAndLinkMarkFollowTheObjectNotItsTarget) {
   EXPECT_EQ(fioStatPath(Path("missing").c_str(), &a), -1);
   EXPECT_EQ(errno, ENOENT);
 
-  fileSpec_t* fsp = newFileSpec("/", dir_.c_str(), "/file");
+  fileSpec_t* fsp = newFileSpec("/", tmp_.path().c_str(), "/file");
   ASSERT_NE(fsp, nullptr);
   ASSERT_EQ(fioGetAttrib(fsp, &a, 0), 0);
   EXPECT_EQ(a.size, 1u);
@@ -73,7 +65,7 @@ TEST_F(TempDir, ListingIsSortedByByteOrderWithoutDotEntries) {
   ASSERT_EQ(mkdir(Path("sub").c_str(), 0755), 0);
   std::vector<void*> blocks;
   dirEntry_t* head = nullptr;
-  ASSERT_EQ(fioGetDirEntries2(dir_.c_str(), HeapAlloc, &blocks, &head), 0);
+  ASSERT_EQ(fioGetDirEntries2(tmp_.path().c_str(), HeapAlloc, &blocks, &head), 0);
   std::vector<std::string> names;
   for (dirEntry_t* e = head; e != nullptr; e = e->next) {
     names.push_back(e->name);
@@ -87,7 +79,7 @@ TEST_F(TempDir, ListingIsSortedByByteOrderWithoutDotEntries) {
   ASSERT_EQ(fioGetDirEntries2(Path("sub").c_str(), HeapAlloc, &blocks, &head), 0);
   EXPECT_EQ(head, nullptr);
   errno = 0;
-  EXPECT_EQ(fioGetDirEntries2(dir_.c_str(), FailAlloc, nullptr, &head), -1);
+  EXPECT_EQ(fioGetDirEntries2(tmp_.path().c_str(), FailAlloc, nullptr, &head), -1);
   EXPECT_EQ(errno, ENOMEM);
   EXPECT_EQ(fioGetDirEntries2(Path("a").c_str(), HeapAlloc, &blocks, &head), -1);
   EXPECT_EQ(errno, ENOTDIR);

@@ -4,24 +4,17 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
+
+#include "testing/temp_dir.h"
 
 namespace {
 
 class PswdFileTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char tmpl[] = "/tmp/qmx-pswd-XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(tmpl));
-    dir_ = tmpl;
-    ASSERT_EQ(0, psSetPswdFileOption((dir_ + "/sub/").c_str()));
-  }
-  void TearDown() override {
-    psSetPswdFileOption("");
-    std::filesystem::remove_all(dir_);
-  }
+  void SetUp() override { ASSERT_EQ(0, psSetPswdFileOption((dir_ + "/sub/").c_str())); }
+  void TearDown() override { psSetPswdFileOption(""); }
   static pswdRecord_t Rec(const char* server, const char* node, unsigned char seed) {
     pswdRecord_t r;
     r.server = server;
@@ -31,7 +24,8 @@ class PswdFileTest : public ::testing::Test {
     r.verifier.fill(seed);
     return r;
   }
-  std::string dir_;
+  qmxtest::TempDir tmp_{"qmx-pswd-"};
+  const std::string dir_ = tmp_.path();
 };
 
 TEST_F(PswdFileTest, StoreReplaceAndDelete) {

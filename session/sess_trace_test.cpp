@@ -1,8 +1,6 @@
 // What the session writes to the trace.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "diag/trace_test_util.h"
 #include "session/sess.h"
 #include "session/signon.h"
@@ -25,7 +23,7 @@ class SessTraceTest : public TraceFixture {
   }
   std::string Trace() {
     trClose(0);
-    return readFile(path("trace.out"));
+    return qmxtest::readFile(path("trace.out"));
   }
 };
 
@@ -76,11 +74,10 @@ TEST_F(SessTraceTest, LifecycleAndFramingLines) {
 TEST_F(SessTraceTest, PasswordPathsAreTraced) {
   TestServer server;
   server.AddNode("NODE1", "pw1", true);
-  char tmpl[] = "/tmp/qmx-trace-pw-XXXXXX";
-  ASSERT_NE(nullptr, mkdtemp(tmpl));
+  qmxtest::TempDir pw("qmx-trace-pw-");
   sessSettings_t st = testSettings(server.port());
   st.passwordAccess = PSWD_GENERATE;
-  st.passwordDir = tmpl;
+  st.passwordDir = pw.path();
   Sess_o s(st, 1);
   s.sessSetUint32(sessVerifierIter, AUTH_ITERATIONS_MIN);
   s.sessSetPassword("pw1");
@@ -99,7 +96,6 @@ TEST_F(SessTraceTest, PasswordPathsAreTraced) {
   m.sessSetVoid(sessSchedHandler, &sched);
   EXPECT_EQ(52, Logon(&m));
   std::string t = Trace();
-  std::filesystem::remove_all(tmpl);
 
   for (const char* line : {
            "PasswordExpiredGenerate: sessInitType(0)\n",

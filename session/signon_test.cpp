@@ -6,13 +6,13 @@
 
 #include <cstdlib>
 #include <deque>
-#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "session/pswdfile.h"
 #include "session/testing/test_server.h"
 #include "session/verb.h"
+#include "testing/temp_dir.h"
 
 namespace {
 
@@ -37,16 +37,8 @@ struct Script {
 
 class SignOnTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char tmpl[] = "/tmp/qmx-signon-XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(tmpl));
-    dir_ = tmpl;
-    server_.AddNode("NODE1", "pw1");
-  }
-  void TearDown() override {
-    sess_.reset();
-    std::filesystem::remove_all(dir_);
-  }
+  void SetUp() override { server_.AddNode("NODE1", "pw1"); }
+  void TearDown() override { sess_.reset(); }
 
   // A session for NODE1; |prompt| installs the scripted callback.
   Sess_o* Make(uint8_t access, bool prompt, const char* password = nullptr) {
@@ -71,7 +63,8 @@ class SignOnTest : public ::testing::Test {
     return s->sessSendVerb(v) == 0 && s->sessRecvVerb(&back) == 0 && verbType(back) == VB_Echo;
   }
 
-  std::string dir_;
+  qmxtest::TempDir tmp_{"qmx-signon-"};
+  const std::string dir_ = tmp_.path();
   TestServer server_;
   Script script_;
   sessLoginHandler_t handler_;

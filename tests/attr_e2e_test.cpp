@@ -7,12 +7,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "testing/files.h"
+#include "testing/process.h"
 #include "tests/sandbox.h"
 
 namespace {
@@ -46,19 +49,12 @@ class AttrTest : public ::testing::Test {
       GTEST_SKIP()
           << "the DMAPI provider keeps its attributes in the trusted namespace: run as root";
     fs_ = sb_.root() + "/hsmfs";
-    Sandbox::makeDirs(fs_);
-    writeOptions("OPTIONFORMAT STANDARD\nLOGO NO\n");
-    writeSys("SERVERNAME server_a\n  TCPSERVERADDRESS 127.0.0.1\n  VIRTUALMOUNTPOINT " + fs_ +
-             "\n");
-    Sandbox::writeFile(sb_.clientDir() + "/hsm/bin/qmxrecalld", "");
-    stub({"fs-add", fs_});
+    RunResult r = sb_.manageFileSystem(fs_);
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
   }
 
   void writeOptions(const std::string& text) {
-    Sandbox::writeFile(sb_.clientDir() + "/ba/bin/qmx.opt", text);
-  }
-  void writeSys(const std::string& text) {
-    Sandbox::writeFile(sb_.clientDir() + "/ba/bin/qmx.sys", text);
+    qmxtest::writeFile(sb_.clientDir() + "/ba/bin/qmx.opt", text);
   }
 
   void stub(const std::vector<std::string>& args) {
@@ -68,7 +64,7 @@ class AttrTest : public ::testing::Test {
   // A file of |size| bytes made into a stub with |extra| qmxstub options.
   std::string makeStub(const std::string& rel, const std::vector<std::string>& extra = {}) {
     std::string p = fs_ + "/" + rel;
-    Sandbox::writeFile(p, "data");
+    qmxtest::writeFile(p, "data");
     std::vector<std::string> args{"migrate", p};
     args.insert(args.end(), extra.begin(), extra.end());
     stub(args);
@@ -94,8 +90,8 @@ class AttrTest : public ::testing::Test {
 TEST_F(AttrTest, OnlyTheProgramNameListsTheCurrentDirectory) {
   makeStub("a", {"--mode", "p"});
   makeStub("b", {"--mode", "s"});
-  Sandbox::writeFile(fs_ + "/resident", "x");
-  Sandbox::makeDirs(fs_ + "/sub");
+  qmxtest::writeFile(fs_ + "/resident", "x");
+  qmxtest::makeDirs(fs_ + "/sub");
   RunResult r = attr({});
   ASSERT_EQ(r.status, 0) << r.err;
   std::vector<std::string> l = Lines(r.out);
@@ -119,8 +115,9 @@ TEST_F(AttrTest, ARunLeavesNoSessionBehind) {
   ASSERT_GE(w, 0);
   std::string seen;
   std::thread peek([&] {
-    usleep(400000);
-    seen = sessions();
+    // Until the run has made its session (or the wait's end).
+    qmxtest::waitUntil([&] { return !(seen = sessions()).empty(); }, qmxtest::kWaitLimit,
+                       std::chrono::milliseconds(20));
     std::string line = f + "\n";
     if (write(w, line.data(), line.size()) < 0) return;
     close(w);
@@ -166,13 +163,13 @@ TEST_F(AttrTest, StartUpOptionsAreCheckedEarly) {
   std::string trace = sb_.root() + "/trace.out";
   r = attr({"-TRACEFILE=" + trace, "-TRACEFLAGS=SM"});
   ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_NE(Sandbox::readFile(trace).find("qmxSpaceManIsInstalled"), std::string::npos);
+  EXPECT_NE(qmxtest::readFile(trace).find("qmxSpaceManIsInstalled"), std::string::npos);
 }
 
 TEST_F(AttrTest, ErrorLogNameSlashMeansTheDefaultLog) {
   RunResult r = attr({"-ERRORLOGNAME=/", fs_ + "/missing"});
   EXPECT_NE(r.err.find("ANS9126E"), std::string::npos) << r.err;
-  std::string log = Sandbox::readFile(sb_.clientDir() + "/ba/bin/qmxerror.log");
+  std::string log = qmxtest::readFile(sb_.clientDir() + "/ba/bin/qmxerror.log");
   EXPECT_NE(log.find("ANS9126E"), std::string::npos) << log;
   // The last operand's outcome (its attributes could not be read) is the
   // command's result.
@@ -201,8 +198,8 @@ TEST_F(AttrTest, ShortGrammar) {
 TEST_F(AttrTest, OperandsInOrderDirectoriesAfterwardsAscending) {
   std::vector<std::string> args;
   for (int i = 0; i < 25; ++i) args.push_back(makeStub("f" + std::to_string(10 + i)));
-  Sandbox::makeDirs(fs_ + "/zdir");
-  Sandbox::makeDirs(fs_ + "/adir");
+  qmxtest::makeDirs(fs_ + "/zdir");
+  qmxtest::makeDirs(fs_ + "/adir");
   makeStub("zdir/inner");
   makeStub("adir/inner2");
   args.insert(args.begin() + 3, fs_ + "/zdir");
@@ -227,8 +224,8 @@ TEST_F(AttrTest, OperandsInOrderDirectoriesAfterwardsAscending) {
 }
 
 TEST_F(AttrTest, RecursionListsFilesBeforeSubdirectoriesEachUnderItsHeader) {
-  Sandbox::makeDirs(fs_ + "/top/b/deep");
-  Sandbox::makeDirs(fs_ + "/top/a");
+  qmxtest::makeDirs(fs_ + "/top/b/deep");
+  qmxtest::makeDirs(fs_ + "/top/a");
   makeStub("top/zz");
   makeStub("top/a/x");
   makeStub("top/b/deep/y");
@@ -270,9 +267,9 @@ TEST_F(AttrTest, SymbolicLinksAreShownNeverFollowed) {
 TEST_F(AttrTest, FileListIgnoresOperandsAndRefusesDirectories) {
   std::string a = makeStub("a", {"--mode", "s"});
   std::string b = makeStub("b");
-  Sandbox::makeDirs(fs_ + "/dir");
+  qmxtest::makeDirs(fs_ + "/dir");
   std::string list = sb_.root() + "/list";
-  Sandbox::writeFile(list, a + "\n" + fs_ + "/dir\n" + fs_ + "/nothere\n");
+  qmxtest::writeFile(list, a + "\n" + fs_ + "/dir\n" + fs_ + "/nothere\n");
   RunResult r = attr({"-FILELIST=" + list, b});
   std::vector<std::string> l = Lines(r.out);
   EXPECT_GE(Find(l, Row("s", "a")), 0) << r.out;
@@ -305,7 +302,7 @@ TEST_F(AttrTest, OverlongOperandsAreRefused) {
   std::string deep = fs_;
   while (deep.size() < 900) {
     deep += "/" + std::string(100, 'd');
-    Sandbox::makeDirs(deep);
+    qmxtest::makeDirs(deep);
   }
   RunOptions inDeep;
   inDeep.cwd = deep;
@@ -315,13 +312,13 @@ TEST_F(AttrTest, OverlongOperandsAreRefused) {
   std::string longDir = deep;
   while (longDir.size() < 1100) {
     longDir += "/" + std::string(100, 'e');
-    Sandbox::makeDirs(longDir);
+    qmxtest::makeDirs(longDir);
   }
   std::string name = longDir + "/";
   name += std::string(1279 - name.size(), 'f');
   ASSERT_EQ(name.size(), 1279u);
-  Sandbox::writeFile(name, "x");
-  Sandbox::writeFile(sb_.root() + "/list", name + "\n");
+  qmxtest::writeFile(name, "x");
+  qmxtest::writeFile(sb_.root() + "/list", name + "\n");
   r = attr({"-FILELIST=" + sb_.root() + "/list"});
   EXPECT_NE(r.err.find("ANS4031E"), std::string::npos) << r.err;
 }
@@ -331,8 +328,8 @@ TEST_F(AttrTest, UnmanagedFileSystems) {
   ASSERT_EQ(unlink((sb_.clientDir() + "/hsm/bin/qmxrecalld").c_str()), 0);
   RunResult r = attr({f});
   EXPECT_NE(r.err.find("ANS9085E"), std::string::npos) << r.err;
-  Sandbox::writeFile(sb_.clientDir() + "/hsm/bin/qmxrecalld", "");
-  ASSERT_EQ(std::system(("rm -rf '" + fs_ + "/.SpaceMan'").c_str()), 0);
+  qmxtest::writeFile(sb_.clientDir() + "/hsm/bin/qmxrecalld", "");
+  ASSERT_EQ(qmxtest::removeTree(fs_ + "/.SpaceMan"), "");
   r = attr({f});
   EXPECT_NE(r.err.find("ANS9085E"), std::string::npos) << r.err;
 }
@@ -350,7 +347,7 @@ TEST_F(AttrTest, FullTmpStopsTheCommandAfterTheBanner) {
   // The free-space query looks at /tmp under the system root: a tiny file
   // system there, filled to the last block, is a full /tmp.
   std::string tmp = sb_.sys("/tmp");
-  Sandbox::makeDirs(tmp);
+  qmxtest::makeDirs(tmp);
   if (mount("qmxtmp", tmp.c_str(), "tmpfs", 0, "size=64k") != 0) {
     GTEST_SKIP() << "cannot mount a small file system here";
   }
@@ -381,7 +378,8 @@ TEST_F(AttrTest, SigtermEndsTheRunWith255AndLeavesNoSession) {
   ASSERT_EQ(write(w, line.data(), line.size()), static_cast<ssize_t>(line.size()));
   RunOptions o;
   o.signal = SIGTERM;
-  o.signalAfterMs = 700;
+  // Once the command has taken the listed name and waits for the next.
+  o.signalWhen = [&](pid_t pid) { return qmxtest::waitsReading(pid, fifo); };
   RunResult r = attr({"-FILELIST=" + fifo}, o);
   close(w);
   EXPECT_FALSE(r.timedOut);

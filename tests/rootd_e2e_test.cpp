@@ -6,14 +6,17 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstring>
 #include <future>
 #include <string>
 #include <vector>
 
+#include "testing/check.h"
+#include "testing/files.h"
+#include "testing/process.h"
 #include "tests/sandbox.h"
 
 namespace {
@@ -98,18 +101,12 @@ class RootdTest : public ::testing::Test {
   void SetUp() override {
     if (geteuid() != 0) GTEST_SKIP() << "the daemon runs as root and its clients as another user";
     fs_ = sb_.root() + "/hsmfs";
-    Sandbox::makeDirs(fs_);
-    Sandbox::writeFile(sb_.clientDir() + "/ba/bin/qmx.opt", "OPTIONFORMAT STANDARD\nLOGO NO\n");
-    Sandbox::writeFile(
-        sb_.clientDir() + "/ba/bin/qmx.sys",
-        "SERVERNAME server_a\n  TCPSERVERADDRESS 127.0.0.1\n  VIRTUALMOUNTPOINT " + fs_ + "\n");
-    Sandbox::writeFile(sb_.clientDir() + "/hsm/bin/qmxrecalld", "");
-    ASSERT_EQ(sb_.runClient("hsm/bin/qmxstub", {"fs-add", fs_}).status, 0);
+    ASSERT_EQ(sb_.manageFileSystem(fs_).status, 0);
     userLogs_ = sb_.root() + "/userlogs";
-    Sandbox::makeDirs(userLogs_);
+    qmxtest::makeDirs(userLogs_);
     chmod(userLogs_.c_str(), 0777);
     rootLogs_ = sb_.root() + "/rootlogs";
-    Sandbox::makeDirs(rootLogs_);
+    qmxtest::makeDirs(rootLogs_);
     sock_ = sb_.sys("/run/qmxrootd.sock");
     // A fresh node: no space-management state yet; the daemon makes it.
     ASSERT_NE(access(sb_.sys("/etc/zpln/SpaceMan/config/dmiFSGlobalState").c_str(), F_OK), 0);
@@ -118,7 +115,7 @@ class RootdTest : public ::testing::Test {
 
   std::string makeStub(const std::string& rel, const char* mode, uid_t owner) {
     std::string p = fs_ + "/" + rel;
-    Sandbox::writeFile(p, "data");
+    qmxtest::writeFile(p, "data");
     RunResult r =
         sb_.runClient("hsm/bin/qmxstub", {"migrate", p, "--mode", mode, "--compression", "none"});
     EXPECT_EQ(r.status, 0) << r.out << r.err;
@@ -132,11 +129,13 @@ class RootdTest : public ::testing::Test {
     o.timeoutSec = 120;
     daemon_ = std::async(std::launch::async,
                          [this, o] { return sb_.runClient("hsm/bin/qmxrootd", {}, o); });
-    // Wait until it answers (or has ended).
+    // Ready once it answers; a daemon that ended instead shows in the test.
     Answer a;
-    while (!ask(sock_, 1, Frame(), &a)) {
-      if (daemon_.wait_for(std::chrono::milliseconds(20)) == std::future_status::ready) break;
-    }
+    bool ready = qmxtest::waitUntil([&] {
+      return ask(sock_, 1, Frame(), &a) ||
+             daemon_.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+    });
+    if (!ready) ADD_FAILURE() << "qmxrootd did not answer on " << sock_;
   }
   // The daemon's process, from the socket's peer credentials.
   pid_t daemonPid() {
@@ -203,7 +202,7 @@ TEST_F(RootdTest, OrdinaryUserListsAndSetsOwnStubsOnly) {
   EXPECT_NE(d.out.find("ANS9581I"), std::string::npos) << d.out;
   EXPECT_NE(access(sock_.c_str(), F_OK), 0);
   // The command asked for nothing it may not have.
-  std::string log = Sandbox::readFile(rootLogs_ + "/qmxerror.log");
+  std::string log = qmxtest::readFile(rootLogs_ + "/qmxerror.log");
   EXPECT_EQ(log.find("ANS9582W"), std::string::npos) << log;
   r = attrAsUser({fs_});
   EXPECT_FALSE(r.timedOut);
@@ -215,12 +214,12 @@ TEST_F(RootdTest, OrdinaryUserListsAndSetsOwnStubsOnly) {
 // fetched in several replies while it is printed, is root's listing.
 TEST_F(RootdTest, UsersListingOfALargeDirectoryIsRoots) {
   std::string big = fs_ + "/big";
-  Sandbox::makeDirs(big);
+  qmxtest::makeDirs(big);
   std::vector<std::string> args = {"migrate"};
   for (int i = 0; i < 1500; ++i) {
     char name[32];
     std::snprintf(name, sizeof name, "/s%04d", i);
-    Sandbox::writeFile(big + name, "data");
+    qmxtest::writeFile(big + name, "data");
     args.push_back(big + name);
   }
   // Every third file stays resident: its listing needs the second attribute.
@@ -251,19 +250,18 @@ TEST_F(RootdTest, ForgedRequestForAnotherUsersFileIsRefusedAndLogged) {
   startDaemon();
   int fds[2];
   ASSERT_EQ(pipe(fds), 0);
-  pid_t child = fork();
-  if (child == 0) {
+  pid_t child = qmxtest::forkChild([&] {
     close(fds[0]);
-    if (setgroups(0, nullptr) != 0 || setgid(kUser) != 0 || setuid(kUser) != 0) _exit(3);
+    if (setgroups(0, nullptr) != 0 || setgid(kUser) != 0 || setuid(kUser) != 0) return 3;
     Answer a;
     Frame cs;
     cs.u64(0);
     cs.bytes("forger", 6);
-    if (!ask(sock_, 2, cs, &a) || a.result != 0 || a.payload.size() != 8) _exit(4);
+    if (!ask(sock_, 2, cs, &a) || a.result != 0 || a.payload.size() != 8) return 4;
     uint64_t sid = get64(a.payload.data());
     Frame ph;
     ph.bytes(theirs.c_str(), theirs.size() + 1);
-    if (!ask(sock_, 21, ph, &a) || a.result != 0 || a.payload.size() < 4) _exit(5);
+    if (!ask(sock_, 21, ph, &a) || a.result != 0 || a.payload.size() < 4) return 5;
     std::vector<unsigned char> handle(a.payload.begin() + 4, a.payload.end());
     Frame set;
     set.u64(sid);
@@ -273,23 +271,22 @@ TEST_F(RootdTest, ForgedRequestForAnotherUsersFileIsRefusedAndLogged) {
     set.b.insert(set.b.end(), {'K', 'V', 'R', 'O', 'b', 'j', 0, 0});
     set.u32(0);
     set.bytes("forged", 6);
-    if (!ask(sock_, 5, set, &a)) _exit(6);
+    if (!ask(sock_, 5, set, &a)) return 6;
     std::string out = std::to_string(a.result) + "/" + std::to_string(a.err);
     (void)!write(fds[1], out.data(), out.size());
-    _exit(0);
-  }
+    return 0;
+  });
   close(fds[1]);
+  // The answer fits the pipe: the child is gone before it is read.
+  ASSERT_TRUE(qmxtest::ChildExited(child, 0));
   char buf[64] = {};
   (void)!read(fds[0], buf, sizeof buf - 1);
   close(fds[0]);
-  int st = 0;
-  waitpid(child, &st, 0);
-  ASSERT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << st;
   EXPECT_STREQ(buf, ("-1/" + std::to_string(EPERM)).c_str());
   RunResult show = sb_.runClient("hsm/bin/qmxstub", {"show", theirs});
   EXPECT_EQ(show.out.find("forged"), std::string::npos);
   stopDaemon();
-  std::string log = Sandbox::readFile(rootLogs_ + "/qmxerror.log");
+  std::string log = qmxtest::readFile(rootLogs_ + "/qmxerror.log");
   std::string line = "ANS9582W qmxrootd: The call dm_set_dmattr of user 65534 (process " +
                      std::to_string(child) + ") was refused for '" + theirs + "'";
   EXPECT_NE(log.find(line), std::string::npos) << log;
@@ -331,9 +328,10 @@ TEST_F(RootdTest, DetachedDaemonServesUntilSigterm) {
   EXPECT_EQ(r.status, 0) << r.out << r.err;
   ASSERT_EQ(kill(pid, SIGTERM), 0);
   // It ends and takes its socket along.
-  while (kill(pid, 0) == 0) usleep(10000);
+  EXPECT_TRUE(qmxtest::waitUntil([&] { return kill(pid, 0) != 0; }))
+      << "qmxrootd " << pid << " still runs";
   EXPECT_NE(access(sock_.c_str(), F_OK), 0);
-  EXPECT_NE(Sandbox::readFile(rootLogs_ + "/qmxerror.log").find("ANS9581I"), std::string::npos);
+  EXPECT_NE(qmxtest::readFile(rootLogs_ + "/qmxerror.log").find("ANS9581I"), std::string::npos);
 }
 
 }  // namespace

@@ -14,9 +14,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
+
+#include "testing/files.h"
 
 extern char** environ;
 
@@ -26,11 +26,7 @@ std::string testInstallDir() {
   return d;
 }
 
-Sandbox::Sandbox() {
-  char tmpl[] = "/tmp/qmxsandbox.XXXXXX";
-  if (mkdtemp(tmpl) == nullptr) throw std::runtime_error("mkdtemp failed");
-  root_ = tmpl;
-  chmod(root_.c_str(), 0755);
+Sandbox::Sandbox() : qmxtest::Sandbox({.prefix = "qmxsandbox.", .mode = 0755, .sysRoot = ""}) {
   // The client directory mirrors the installation: real directories, so
   // that a test may add or leave out files (option files, the recall
   // daemon's executable), and links to the installed files.
@@ -38,7 +34,7 @@ Sandbox::Sandbox() {
 }
 
 void Sandbox::mirror(const std::string& from, const std::string& to) {
-  makeDirs(to);
+  qmxtest::makeDirs(to);
   DIR* d = opendir(from.c_str());
   if (d == nullptr) throw std::runtime_error("cannot read " + from);
   while (struct dirent* e = readdir(d)) {
@@ -64,38 +60,14 @@ void Sandbox::mirror(const std::string& from, const std::string& to) {
   closedir(d);
 }
 
-Sandbox::~Sandbox() {
-  if (!root_.empty() && std::getenv("QMX_KEEP_SANDBOX") == nullptr) {
-    std::string cmd = "rm -rf '" + root_ + "'";
-    if (std::system(cmd.c_str()) != 0) {
-      // Leave it; a later run's /tmp clean-up takes it.
-    }
-  }
-}
-
-void Sandbox::makeDirs(const std::string& path) {
-  std::string cur;
-  std::stringstream ss(path);
-  std::string part;
-  while (std::getline(ss, part, '/')) {
-    if (part.empty()) continue;
-    cur += "/" + part;
-    mkdir(cur.c_str(), 0755);
-  }
-}
-
-void Sandbox::writeFile(const std::string& path, const std::string& content) {
-  makeDirs(path.substr(0, path.rfind('/')));
-  std::ofstream f(path, std::ios::binary | std::ios::trunc);
-  f << content;
-  if (!f) throw std::runtime_error("cannot write " + path);
-}
-
-std::string Sandbox::readFile(const std::string& path) {
-  std::ifstream f(path, std::ios::binary);
-  std::stringstream ss;
-  ss << f.rdbuf();
-  return ss.str();
+RunResult Sandbox::manageFileSystem(const std::string& fs) const {
+  qmxtest::makeDirs(fs);
+  qmxtest::writeFile(clientDir() + "/ba/bin/qmx.opt", "OPTIONFORMAT STANDARD\nLOGO NO\n");
+  qmxtest::writeFile(
+      clientDir() + "/ba/bin/qmx.sys",
+      "SERVERNAME server_a\n  TCPSERVERADDRESS 127.0.0.1\n  VIRTUALMOUNTPOINT " + fs + "\n");
+  qmxtest::writeFile(clientDir() + "/hsm/bin/qmxrecalld", "");
+  return runClient("hsm/bin/qmxstub", {"fs-add", fs});
 }
 
 namespace {
@@ -125,7 +97,7 @@ RunResult Sandbox::run(const std::vector<std::string>& argv, const RunOptions& o
     if (eq != nullptr) env[std::string(*e, static_cast<size_t>(eq - *e))] = eq + 1;
   }
   for (const std::string& u : opts.unsetEnv) env.erase(u);
-  env["QMX_SYSROOT"] = root_;
+  env["QMX_SYSROOT"] = root();
   for (const auto& [k, v] : opts.env) env[k] = v;
   std::vector<std::string> envStore;
   for (const auto& [k, v] : env) envStore.push_back(k + "=" + v);
@@ -135,7 +107,7 @@ RunResult Sandbox::run(const std::vector<std::string>& argv, const RunOptions& o
   std::vector<std::string> argStore = argv;
   for (std::string& s : argStore) args.push_back(s.data());
   args.push_back(nullptr);
-  const std::string cwd = opts.cwd.empty() ? root_ : opts.cwd;
+  const std::string cwd = opts.cwd.empty() ? root() : opts.cwd;
 
   pid_t pid = fork();
   if (pid < 0) throw std::runtime_error("fork failed");
@@ -155,7 +127,7 @@ RunResult Sandbox::run(const std::vector<std::string>& argv, const RunOptions& o
   close(outp[1]);
   close(errp[1]);
   if (!opts.stdinText.empty()) {
-    ssize_t w = write(inp[1], opts.stdinText.data(), opts.stdinText.size());
+    ssize_t w = ::write(inp[1], opts.stdinText.data(), opts.stdinText.size());
     (void)w;
   }
   close(inp[1]);
@@ -171,7 +143,7 @@ RunResult Sandbox::run(const std::vector<std::string>& argv, const RunOptions& o
     auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
                   std::chrono::steady_clock::now() - start)
                   .count();
-    if (!signalled && opts.signalAfterMs >= 0 && ms >= opts.signalAfterMs) {
+    if (!signalled && opts.signalWhen && opts.signalWhen(pid)) {
       kill(pid, opts.signal);
       signalled = true;
     }

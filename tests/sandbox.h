@@ -1,19 +1,23 @@
 // A client in a sandbox, for tests that run the real programs.
 //
-// Each Sandbox is a fresh temporary directory R used as the system root
-// (QMX_SYSROOT=R): the installed client is mirrored at
-// R/opt/norvik/nqb/client (directories made, files linked or copied), and
-// the test writes option files, makes managed file systems and runs the
-// programs there as separate processes.  The directory is removed when the
-// sandbox goes (unless QMX_KEEP_SANDBOX is set).
+// Each Sandbox is a test sandbox (testing/sandbox.h) whose directory R is
+// itself the system root (QMX_SYSROOT=R, for this process and every
+// program it runs) and which other users may enter: the installed client
+// is mirrored at R/opt/norvik/nqb/client (directories made, files linked
+// or copied), and the test writes option files, makes managed file systems
+// and runs the programs there as separate processes.  The directory is
+// removed when the sandbox goes (unless QMX_KEEP_SANDBOX is set).
 #ifndef QMX_TESTS_SANDBOX_H_
 #define QMX_TESTS_SANDBOX_H_
 
 #include <sys/types.h>
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
+
+#include "testing/sandbox.h"
 
 struct RunResult {
   int status = -1;  // exit status (0-255), or 128 + signal number
@@ -28,29 +32,30 @@ struct RunOptions {
   std::vector<std::string> unsetEnv;       // removed from it
   uid_t uid = static_cast<uid_t>(-1);      // run as this user (root only)
   gid_t gid = static_cast<gid_t>(-1);
-  int timeoutSec = 30;
-  int signalAfterMs = -1;  // send |signal| after this delay
+  int timeoutSec = 30;  // then the program is killed (RunResult::timedOut)
+  // Sends |signal| once this holds of the running program (asked with its
+  // pid while it runs, until it holds once): a readiness condition, such
+  // as qmxtest::waitsReading, never a delay.
+  std::function<bool(pid_t)> signalWhen;
   int signal = 0;
   std::string stdinText;
 };
 
-class Sandbox {
+class Sandbox : public qmxtest::Sandbox {
  public:
+  // Throws std::runtime_error when the sandbox or the client can't be made.
   Sandbox();
-  ~Sandbox();
-  Sandbox(const Sandbox&) = delete;
-  Sandbox& operator=(const Sandbox&) = delete;
 
-  const std::string& root() const { return root_; }
-  // R followed by |abs| (an absolute path inside the sandbox's system).
-  std::string sys(const std::string& abs) const { return root_ + abs; }
+  const std::string& root() const { return sysRoot(); }
   // The installed client directory inside the sandbox.
   std::string clientDir() const { return sys("/opt/norvik/nqb/client"); }
 
-  // Writes |content| to |path| (absolute host path), creating directories.
-  static void writeFile(const std::string& path, const std::string& content);
-  static std::string readFile(const std::string& path);
-  static void makeDirs(const std::string& path);
+  // Makes the directory |fs| (a host path inside the sandbox) the managed
+  // file system of the sandboxed client, as an administrator would: option
+  // files naming it as the virtual mount point of a server, the recall
+  // daemon's executable in place, and "qmxstub fs-add".  Returns qmxstub's
+  // result.
+  RunResult manageFileSystem(const std::string& fs) const;
 
   // Runs |argv| (argv[0] a path) with QMX_SYSROOT set to the sandbox.
   RunResult run(const std::vector<std::string>& argv, const RunOptions& opts = {}) const;
@@ -60,7 +65,6 @@ class Sandbox {
 
  private:
   static void mirror(const std::string& from, const std::string& to);
-  std::string root_;
 };
 
 // Where the build installed the client for the tests (QMX_TEST_INSTALL_DIR).

@@ -176,8 +176,8 @@ TEST_F(QmxstubTest, ProgramWorksWithTheProviderLoadedFromItsLibrary) {
   std::string a = makeFile("a");
   std::string cmd = std::string("QMX_DMAPI_LIB=") + QMX_TEST_PROVIDER_SO + " " + QMX_TEST_QMXSTUB +
                     " migrate --mode s " + a + " >" + root_ + "/out 2>&1";
-  ASSERT_EQ(system(cmd.c_str()), 0) << dmitest::readFile(root_ + "/out");
-  EXPECT_EQ(dmitest::readFile(root_ + "/out"), "migrated   " + a + "\n");
+  ASSERT_EQ(system(cmd.c_str()), 0) << qmxtest::readFile(root_ + "/out");
+  EXPECT_EQ(qmxtest::readFile(root_ + "/out"), "migrated   " + a + "\n");
   // Read back through the library as well as through the built-in copy.
   static dmapiBinding_t library;
   std::string error;
@@ -194,8 +194,8 @@ TEST_F(QmxstubTest, ProgramWorksWithTheProviderLoadedFromItsLibrary) {
   cmd = std::string("QMX_DMAPI_LIB=/nonexistent/libx.so ") + QMX_TEST_QMXSTUB + " migrate " + b +
         " >" + root_ + "/out 2>&1";
   EXPECT_NE(system(cmd.c_str()), 0);
-  EXPECT_NE(dmitest::readFile(root_ + "/out").find("ANS9505E"), std::string::npos)
-      << dmitest::readFile(root_ + "/out");
+  EXPECT_NE(qmxtest::readFile(root_ + "/out").find("ANS9505E"), std::string::npos)
+      << qmxtest::readFile(root_ + "/out");
   EXPECT_EQ(query(b, &word), -1);
 }
 

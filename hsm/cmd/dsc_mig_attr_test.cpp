@@ -1,5 +1,6 @@
 #include "hsm/cmd/dsc_mig_attr.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include "hsm/cmd/cmd_test_util.h"
 #include "hsm/cmd/hsm_global_cb.h"
 #include "options/optobj.h"
+#include "testing/temp_dir.h"
 
 namespace {
 
@@ -59,8 +61,8 @@ TEST(OwnerRuleTest, SomebodyElsesFileStopsTheListingWith829) {
   const dirReadHandle_t handle{4};
   // The caller is an ordinary user: root's file ends everything with 829
   // and message 9096; the file after it is never looked at.
-  char errName[] = "/tmp/qmxowner.XXXXXX";
-  int errFd = mkstemp(errName);
+  qmxtest::TempDir tmp("qmxowner.");
+  int errFd = open(tmp.write("stderr", "").c_str(), O_RDWR);
   ASSERT_GE(errFd, 0);
   EXPECT_EXIT(
       {
@@ -74,7 +76,6 @@ TEST(OwnerRuleTest, SomebodyElsesFileStopsTheListingWith829) {
   std::string err(4096, '\0');
   err.resize(static_cast<size_t>(pread(errFd, err.data(), err.size(), 0)));
   close(errFd);
-  unlink(errName);
   EXPECT_NE(err.find("ANS9096E"), std::string::npos) << err;
   EXPECT_NE(err.find("/qmx/nowhere/roots"), std::string::npos) << err;
   EXPECT_EQ(err.find("/after"), std::string::npos) << err;

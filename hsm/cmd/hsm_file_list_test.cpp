@@ -4,13 +4,13 @@
 #include <sys/stat.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "diag/nl.h"
 #include "hsm/cmd/cmd_test_util.h"
 #include "hsm/cmd/hsm_global_cb.h"
+#include "testing/temp_dir.h"
 
 namespace {
 
@@ -19,9 +19,6 @@ class FileListTest : public ::testing::Test {
   void SetUp() override {
     cmdtest::StartMessages();
     if (HasFatalFailure()) return;
-    char tmpl[] = "/tmp/qmxflist.XXXXXX";
-    ASSERT_NE(mkdtemp(tmpl), nullptr);
-    dir_ = tmpl;
     cb_ = HSMGlobalCB::GetHsmCB();
     std::free(cb_->operands);
     cb_->operands = nullptr;
@@ -30,13 +27,10 @@ class FileListTest : public ::testing::Test {
   }
   void TearDown() override {
     nlterm();
-    std::string cmd = "rm -rf '" + dir_ + "'";
-    ASSERT_EQ(std::system(cmd.c_str()), 0);
+    ASSERT_EQ(tmp_.remove(), "");
   }
   std::string Write(const std::string& name, const std::string& text) {
-    std::string p = dir_ + "/" + name;
-    std::ofstream(p, std::ios::binary) << text;
-    return p;
+    return tmp_.write(name, text);
   }
   std::vector<std::string> Drain(HsmFileList& l) {
     std::vector<std::string> v;
@@ -44,7 +38,8 @@ class FileListTest : public ::testing::Test {
     return v;
   }
 
-  std::string dir_;
+  qmxtest::TempDir tmp_{"qmxflist."};
+  const std::string dir_ = tmp_.path();
   HSMGlobalCB* cb_ = nullptr;
 };
 

@@ -23,7 +23,7 @@ class SpaceManStateTest : public dmitest::RootSessionSandbox {
     if (IsSkipped() || HasFatalFailure()) return;
     x_->setSID(sid_);
     daemon_ = sysroot_ + "/opt/norvik/nqb/client/hsm/bin/qmxrecalld";
-    dmitest::writeFile(daemon_, "");
+    qmxtest::writeFile(daemon_, "");
   }
   void setFs(bool recall, bool migrate) {
     fsmState st{};

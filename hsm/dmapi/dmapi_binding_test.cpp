@@ -3,31 +3,18 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <stdlib.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "diag/trace.h"
 #include "hsm/provider/qmxdm.h"
 #include "hsm/provider/testing/provider_sandbox.h"
+#include "testing/check.h"
+#include "testing/files.h"
 
 namespace {
-
-// Runs |fn| in a child process and returns its exit status (-1 when it did
-// not exit normally): the process-wide binding can be made only once per
-// process.
-template <typename Fn>
-int inChild(Fn fn) {
-  pid_t pid = fork();
-  if (pid == 0) _exit(fn());
-  int status = 0;
-  if (pid < 0 || waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) return -1;
-  return WEXITSTATUS(status);
-}
 
 class BindingTest : public ProviderSandbox {};
 
@@ -44,7 +31,7 @@ TEST_F(BindingTest, LoadedProviderWorksOnTheSameRegistryAsTheBuiltIn) {
   EXPECT_STREQ(version, "VEXA DMAPI 3.40");
   char info[] = "through-dlopen";
   dm_sessid_t sid = DM_NO_SESSION;
-  ASSERT_EQ(lib.create_session(DM_NO_SESSION, info, &sid), 0) << strerror(errno);
+  ASSERT_TRUE(QMX_SYSCALL_OK(lib.create_session(DM_NO_SESSION, info, &sid)));
 
   // Both copies keep their sessions and attributes in the same places.
   dmapiBinding_t own{};
@@ -108,7 +95,8 @@ TEST_F(BindingTest, ChoiceFollowsTheEnvironmentWithoutFallingBack) {
 
 TEST_F(BindingTest, ProcessBindingIsMadeOnceFromQmxDmapiLib) {
   std::string traceFile = root_ + "/trace.out";
-  int rc = inChild([&] {
+  // In children: the process-wide binding can be made only once per process.
+  pid_t child = qmxtest::forkChild([&] {
     setenv("QMX_DMAPI_LIB", QMX_TEST_PROVIDER_SO, 1);
     new_TraceObject(ctCLSpaceMGT, 0, nullptr);
     if (trBegin(traceFile.c_str(), 0) != 0 || trEnable("DMI", 1) != 0) return 4;
@@ -122,15 +110,14 @@ TEST_F(BindingTest, ProcessBindingIsMadeOnceFromQmxDmapiLib) {
     char* version = nullptr;
     return b->init_service(&version) == 0 && std::strcmp(version, "VEXA DMAPI 3.40") == 0 ? 0 : 3;
   });
-  EXPECT_EQ(rc, 0);
-  std::ifstream in(traceFile);
-  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  EXPECT_TRUE(qmxtest::ChildExited(child, 0));
+  std::string text = qmxtest::readFile(traceFile);
   EXPECT_NE(text.find(std::string(":dmBindProvider): DMAPI provider: QMX_DMAPI_LIB=") +
                       QMX_TEST_PROVIDER_SO),
             std::string::npos)
       << text;
 
-  rc = inChild([] {
+  child = qmxtest::forkChild([] {
     setenv("QMX_DMAPI_LIB", QMX_TEST_INCOMPLETE_SO, 1);
     std::string error;
     if (dmBindProvider(nullptr, &error) != nullptr) return 1;
@@ -138,7 +125,7 @@ TEST_F(BindingTest, ProcessBindingIsMadeOnceFromQmxDmapiLib) {
     if (dmBindProvider(nullptr, &again) != nullptr || again != error) return 2;
     return error.find("lacks the function") != std::string::npos ? 0 : 3;
   });
-  EXPECT_EQ(rc, 0);
+  EXPECT_TRUE(qmxtest::ChildExited(child, 0));
 }
 
 }  // namespace

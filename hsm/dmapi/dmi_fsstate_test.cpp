@@ -1,7 +1,6 @@
 #include "hsm/dmapi/dmi_fsstate.h"
 
 #include <errno.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -11,6 +10,7 @@
 #include "hsm/dmapi/dmi_fileattr.h"
 #include "hsm/dmapi/sys_lock.h"
 #include "hsm/dmapi/testing/dmi_testing.h"
+#include "testing/check.h"
 
 namespace {
 
@@ -37,7 +37,7 @@ class GlobalStateTest : public dmitest::Sandbox {
   }
 
   void writeWord(uint32_t w, size_t bytes = 4) {
-    dmitest::writeFile(dmiGlobalStatePath(), std::string(reinterpret_cast<char*>(&w), bytes));
+    qmxtest::writeFile(dmiGlobalStatePath(), std::string(reinterpret_cast<char*>(&w), bytes));
   }
 
   // A child process that holds the global lock until it reads a byte from
@@ -69,9 +69,7 @@ class GlobalStateTest : public dmitest::Sandbox {
   }
 
   void reap(pid_t child) {
-    int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_TRUE(qmxtest::ChildExited(child, 0));
     for (int fd : {release_[0], release_[1], held_[0], held_[1]}) close(fd);
   }
 
@@ -91,7 +89,7 @@ TEST_F(GlobalStateTest, MissingFileIsCreatedWithBothOnAndWritesRoundTrip) {
   st.flags = fsmFlag2;
   ASSERT_EQ(dmiEntryGetGlobalState(0, &st), 0);
   EXPECT_EQ(st.flags, fsmRecallOn | fsmMigrateOn | fsmFlag2);
-  EXPECT_EQ(dmitest::readFile(dmiGlobalStatePath()).size(), 4u);
+  EXPECT_EQ(qmxtest::readFile(dmiGlobalStatePath()).size(), 4u);
 
   st.flags = fsmRecallOn | fsmFlag3;
   ASSERT_EQ(dmiSetGlobalState(0, &st), 0);
@@ -100,7 +98,7 @@ TEST_F(GlobalStateTest, MissingFileIsCreatedWithBothOnAndWritesRoundTrip) {
   EXPECT_EQ(back.flags, fsmRecallOn);
   // Only the two flags are ever written.
   uint32_t word = 0;
-  std::memcpy(&word, dmitest::readFile(dmiGlobalStatePath()).data(), 4);
+  std::memcpy(&word, qmxtest::readFile(dmiGlobalStatePath()).data(), 4);
   EXPECT_EQ(word, 1u);
   EXPECT_EQ(sleeps, 0);
 }
@@ -129,14 +127,14 @@ TEST_F(GlobalStateTest, WriterGivesUpAfterFiveTriesWhileAnotherProcessHoldsTheLo
   pid_t child = holdLockInChild();
   EXPECT_EQ(serQuerySysLock(dmiGlobalLockDir, dmiGlobalLockFile, serLockExclusive), 1);
   // The lock file names its holder.
-  EXPECT_EQ(dmitest::readFile(serSysLockPath(dmiGlobalLockDir, dmiGlobalLockFile)),
+  EXPECT_EQ(qmxtest::readFile(serSysLockPath(dmiGlobalLockDir, dmiGlobalLockFile)),
             std::to_string(child) + "\n");
   fsmState st{};
   EXPECT_EQ(dmiSetGlobalState(0, &st), -1);
   EXPECT_EQ(sleeps, 4);  // between the five tries
   EXPECT_NE(logged().find("ANS9545E"), std::string::npos);
   uint32_t word = 0;
-  std::memcpy(&word, dmitest::readFile(dmiGlobalStatePath()).data(), 4);
+  std::memcpy(&word, qmxtest::readFile(dmiGlobalStatePath()).data(), 4);
   EXPECT_EQ(word, 3u) << "the refused writer changed nothing";
   releaseChild();
   reap(child);
@@ -161,9 +159,7 @@ TEST_F(GlobalStateTest, LockOfADeadHolderIsFree) {
   pid_t child = fork();
   ASSERT_GE(child, 0);
   if (child == 0) _exit(serAcquireSysLock(dmiGlobalLockDir, dmiGlobalLockFile) == 0 ? 0 : 1);
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  ASSERT_EQ(WEXITSTATUS(status), 0);
+  ASSERT_TRUE(qmxtest::ChildExited(child, 0));
   EXPECT_EQ(serQuerySysLock(dmiGlobalLockDir, dmiGlobalLockFile, serLockExclusive), 0);
   ASSERT_EQ(serAcquireSysLock(dmiGlobalLockDir, dmiGlobalLockFile), 0);
   // Held by this process: a second take and a query from another
@@ -203,7 +199,7 @@ TEST_F(FSStateTest, CreatedStateIsManagedWithRecallAndMigrationOn) {
 
   // A state file without "KVRStat" is not managed.
   ASSERT_EQ(dmiRemoveFSState(sid_, fs_.c_str()), 0);
-  dmitest::writeFile(fs_ + "/.SpaceMan/dmiFSState", "");
+  qmxtest::writeFile(fs_ + "/.SpaceMan/dmiFSState", "");
   EXPECT_EQ(dmiEntryGetFSState(sid_, &st), -1);
   EXPECT_EQ(errno, ENOENT);
   // Recovery makes it readable again.

@@ -3,7 +3,6 @@
 #include "hsm/dmapi/dmi_sessinfo.h"
 
 #include <errno.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -13,6 +12,7 @@
 
 #include "hsm/dmapi/testing/dmi_testing.h"
 #include "hsm/provider/session_registry.h"
+#include "testing/check.h"
 
 namespace {
 
@@ -311,9 +311,7 @@ TEST_F(SessionTest, ForkedChildNeverDestroysItsParentsSession) {
     int closed = dmiCloseSession(sid, 0);
     _exit(rc == 1 && closed == 0 && state_.destroyCalls == 0 && state_.responses.empty() ? 0 : 1);
   }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  EXPECT_TRUE(qmxtest::ChildExited(child, 0));
   EXPECT_EQ(x_->getSID(), sid);
   EXPECT_EQ(x_->destroySession(sid, 0), 1);
   EXPECT_EQ(state_.destroyCalls, 1);
@@ -321,7 +319,7 @@ TEST_F(SessionTest, ForkedChildNeverDestroysItsParentsSession) {
 }
 
 TEST_F(SessionTest, InstanceZeroOpensNothing) {
-  dmitest::writeFile(sysroot_ + "/etc/zpln/SpaceMan/config/dmiInstanceNo", "0");
+  qmxtest::writeFile(sysroot_ + "/etc/zpln/SpaceMan/config/dmiInstanceNo", "0");
   ASSERT_EQ(x_->initService(), 1);
   EXPECT_EQ(dmiOpenSession(0), 0u);
   EXPECT_EQ(state_.createCalls, 0);
@@ -446,7 +444,7 @@ TEST_F(SessionTest, TraceLinesNameTheProgramAndTheFunction) {
   EXPECT_EQ(dmiGetSidByName("nobody", &found, 0), 0);
   trClose(1);
   delete_TraceObject();
-  std::string trace = dmitest::readFile(file);
+  std::string trace = qmxtest::readFile(file);
   for (const char* line : {
            "XDSMAPI::haveService: ERROR service not initd\n",
            "(dmitest:initService): runtime    : VEXA DMAPI 3.10\n",
@@ -475,9 +473,7 @@ TEST_F(SessionTakeoverTest, SecondProcessTakesOverTheOrphanedSessionByName) {
     // The first daemon opens its session and dies without closing it.
     _exit(dmiInit(1) == 0 && dmiOpenSession(0) != 0 ? 0 : 1);
   }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  ASSERT_TRUE(qmxtest::ChildExited(child, 0));
   dm_sessid_t orphan = 0;
   ASSERT_EQ(dmiInit(1), 0);
   ASSERT_EQ(dmiGetSidByName("rec2", &orphan, 0), 0);

@@ -1,32 +1,25 @@
 #include "hsm/dmapi/fs_config.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
+#include "testing/files.h"
+#include "testing/sandbox_fixture.h"
+
 namespace {
 
-class FSConfigTest : public ::testing::Test {
+// The sandbox's directory is the system root.
+class FSConfigTest : public qmxtest::SandboxFixture {
  protected:
+  FSConfigTest() : SandboxFixture({.prefix = "qmxfscfg-", .sysRoot = ""}) {}
   void SetUp() override {
-    char tmpl[] = "/tmp/qmxfscfg-XXXXXX";
-    ASSERT_NE(mkdtemp(tmpl), nullptr);
-    root_ = tmpl;
-    setenv("QMX_SYSROOT", root_.c_str(), 1);
-    std::filesystem::create_directories(root_ + "/etc/zpln/SpaceMan/config");
+    SandboxFixture::SetUp();
+    root_ = box().sysRoot();
+    box().makeDir("etc/zpln/SpaceMan/config");
   }
-  void TearDown() override {
-    unsetenv("QMX_SYSROOT");
-    std::filesystem::remove_all(root_);
-  }
-  void write(const std::string& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
-  }
+  void write(const std::string& path, const std::string& text) { qmxtest::writeFile(path, text); }
   std::string root_;
 };
 

@@ -9,6 +9,7 @@
 
 #include "hsm/provider/qmxdm.h"
 #include "hsm/provider/testing/provider_sandbox.h"
+#include "testing/check.h"
 
 namespace {
 
@@ -18,9 +19,9 @@ class DmAttrTest : public ProviderSandbox {
     ProviderSandbox::SetUp();
     if (IsSkipped()) return;
     char info[] = "dmattr-test";
-    ASSERT_EQ(qmxdm_create_session(DM_NO_SESSION, info, &sid_), 0) << strerror(errno);
+    ASSERT_TRUE(QMX_SYSCALL_OK(qmxdm_create_session(DM_NO_SESSION, info, &sid_)));
     path_ = makeFile("stub");
-    ASSERT_EQ(qmxdm_path_to_handle(path_.data(), &hanp_, &hlen_), 0) << strerror(errno);
+    ASSERT_TRUE(QMX_SYSCALL_OK(qmxdm_path_to_handle(path_.data(), &hanp_, &hlen_)));
   }
   void TearDown() override {
     if (hanp_ != nullptr) qmxdm_handle_free(hanp_, hlen_);
@@ -50,10 +51,10 @@ class DmAttrTest : public ProviderSandbox {
 TEST_F(DmAttrTest, ValuesRoundTripExactlyAsExtendedAttributes) {
   std::string record(124, '\0');
   for (size_t i = 0; i < record.size(); ++i) record[i] = static_cast<char>(i * 7);
-  ASSERT_EQ(set("KVRObj", record), 0) << strerror(errno);
+  ASSERT_TRUE(QMX_SYSCALL_OK(set("KVRObj", record)));
   std::string back;
   size_t rlen = 0;
-  ASSERT_EQ(get("KVRObj", 1024, &back, &rlen), 0) << strerror(errno);
+  ASSERT_TRUE(QMX_SYSCALL_OK(get("KVRObj", 1024, &back, &rlen)));
   EXPECT_EQ(rlen, 124u);
   EXPECT_EQ(back, record);
 

@@ -1,6 +1,5 @@
 #include <errno.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -8,6 +7,7 @@
 
 #include "hsm/provider/qmxdm.h"
 #include "hsm/provider/testing/provider_sandbox.h"
+#include "testing/check.h"
 
 namespace {
 
@@ -44,9 +44,7 @@ TEST_F(EventsTest, ServiceIsRootsOnly) {
     char* version = nullptr;
     _exit(qmxdm_init_service(&version) == -1 && errno == EPERM && version == nullptr ? 0 : 1);
   }
-  int status = 0;
-  ASSERT_EQ(waitpid(pid, &status, 0), pid);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  EXPECT_TRUE(qmxtest::ChildExited(pid, 0));
 }
 
 TEST_F(EventsTest, NoEventIsEverPending) {

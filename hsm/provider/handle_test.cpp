@@ -9,6 +9,7 @@
 #include "hsm/provider/handle.h"
 #include "hsm/provider/qmxdm.h"
 #include "hsm/provider/testing/provider_sandbox.h"
+#include "testing/check.h"
 
 namespace {
 
@@ -73,8 +74,9 @@ TEST_F(HandleTest, HandlesCompareByFileNotByPath) {
   int fd = open(b.c_str(), O_RDONLY);
   ASSERT_GE(fd, 0);
   int rc = qmxdm_fd_to_handle(fd, &hf.p, &hf.len);
+  int err = errno;
   close(fd);
-  ASSERT_EQ(rc, 0) << strerror(errno);
+  ASSERT_TRUE(qmxtest::SyscallOk(rc, err, "qmxdm_fd_to_handle"));
   EXPECT_EQ(qmxdm_handle_cmp(hf.p, hf.len, hb.p, hb.len), 0);
   EXPECT_EQ(pathOf(hf), b);
 }

@@ -1,19 +1,15 @@
-// Test support for the DMAPI layer: a sandbox with its own system root, the
-// message catalogue and an error log to read messages back from, and an
-// access object of the test's choosing installed as the process's one.
+// Test support for the DMAPI layer: the test sandbox (testing/) with a file
+// system directory that tests make managed, the message catalogue and an
+// error log to read messages back from, and an access object of the test's
+// choosing installed as the process's one.
 #ifndef QMX_HSM_DMAPI_TESTING_DMI_TESTING_H_
 #define QMX_HSM_DMAPI_TESTING_DMI_TESTING_H_
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <memory>
-#include <sstream>
 #include <string>
 
 #include "diag/logfile.h"
@@ -24,37 +20,28 @@
 #include "hsm/dmapi/rxdsmapi.h"
 #include "hsm/dmapi/xdsmapi.h"
 #include "options/optobj.h"
+#include "testing/files.h"
+#include "testing/sandbox_fixture.h"
 
 namespace dmitest {
 
-inline std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-inline void writeFile(const std::string& path, const std::string& content) {
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-  std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
-}
-
-// The sandbox.  |needsRoot| tests skip themselves for other users: the
-// provider keeps DM attributes in the trusted namespace.
-class Sandbox : public ::testing::Test {
+// The sandbox: root_ is its directory, sysroot_ the system root
+// (root_/sysroot) and fs_ the directory for a file system (root_/fs).
+// |needsRoot| tests skip themselves for other users: the provider keeps DM
+// attributes in the trusted namespace.
+class Sandbox : public qmxtest::SandboxFixture {
  protected:
-  explicit Sandbox(bool needsRoot = true) : needsRoot_(needsRoot) {}
+  explicit Sandbox(bool needsRoot = true)
+      : SandboxFixture(
+            {.prefix = "qmxdmi-test-"},
+            needsRoot ? "DM attributes live in the trusted namespace: needs root" : nullptr) {}
 
   void SetUp() override {
-    if (needsRoot_ && geteuid() != 0)
-      GTEST_SKIP() << "DM attributes live in the trusted namespace: needs root";
-    char tmpl[] = "/tmp/qmxdmi-test-XXXXXX";
-    ASSERT_NE(mkdtemp(tmpl), nullptr);
-    root_ = tmpl;
-    sysroot_ = root_ + "/sysroot";
-    ASSERT_EQ(setenv("QMX_SYSROOT", sysroot_.c_str(), 1), 0);
-    std::filesystem::create_directories(root_ + "/fs");
-    fs_ = root_ + "/fs";
+    SandboxFixture::SetUp();
+    if (IsSkipped()) return;
+    root_ = box().path();
+    sysroot_ = box().sysRoot();
+    fs_ = box().makeDir("fs");
     // Messages: the catalogue of the build tree, shown nowhere, logged to
     // an error log of the sandbox.
     newNlsGlobalObject(nullptr, 0);
@@ -79,8 +66,7 @@ class Sandbox : public ::testing::Test {
     opts_.reset();
     DLogFile::errorLogFile.utCloseOutputFile();
     for (char* n : {QMXDMRECALLD, QMXDMMONITORD, QMXDMSCOUTD, QMXDMROOTD, QMXDMWATCHD}) n[0] = '\0';
-    unsetenv("QMX_SYSROOT");
-    if (!root_.empty()) std::filesystem::remove_all(root_);
+    SandboxFixture::TearDown();
   }
 
   // Installs an RXDSMAPI over |dm| (null: the built-in provider) as the
@@ -99,22 +85,23 @@ class Sandbox : public ::testing::Test {
   // The error log so far.
   std::string logged() {
     std::fflush(nullptr);
-    return readFile(errorLog_);
+    return qmxtest::readFile(errorLog_);
   }
 
-  // Lists |fs| in the managed file-system table and sets the instance.
+  // Makes |fs| the node's managed file system: the only entry of the
+  // managed file-system table, with the instance number |instance|.  Its
+  // state file comes from dmiCreateFSState, where a test wants one.
   void manage(const std::string& fs, int instance = 1) {
-    writeFile(sysroot_ + "/etc/zpln/SpaceMan/config/dmiFSTable", fs + "\n");
-    writeFile(sysroot_ + "/etc/zpln/SpaceMan/config/dmiInstanceNo", std::to_string(instance));
+    qmxtest::writeFile(box().sys("/etc/zpln/SpaceMan/config/dmiFSTable"), fs + "\n");
+    qmxtest::writeFile(box().sys("/etc/zpln/SpaceMan/config/dmiInstanceNo"),
+                       std::to_string(instance));
   }
 
+  // A file of the file system directory, made (or rewritten) with |content|.
   std::string makeFile(const std::string& name, const std::string& content = "data") {
-    std::string p = fs_ + "/" + name;
-    writeFile(p, content);
-    return p;
+    return box().write("fs/" + name, content);
   }
 
-  bool needsRoot_;
   std::string root_, sysroot_, fs_, errorLog_;
   std::unique_ptr<clientOptions> opts_;
   XDSMAPI* previous_ = nullptr;

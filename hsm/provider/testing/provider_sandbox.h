@@ -6,38 +6,31 @@
 #define QMX_HSM_PROVIDER_TESTING_PROVIDER_SANDBOX_H_
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
+#include <cstddef>
 #include <string>
 
 #include "hsm/provider/dmapi_iface.h"
+#include "testing/sandbox_fixture.h"
 
-class ProviderSandbox : public ::testing::Test {
+// root_ is the sandbox's directory; the system root is root_/sysroot and
+// the scratch directory root_/files.
+class ProviderSandbox : public qmxtest::SandboxFixture {
  protected:
+  ProviderSandbox()
+      : SandboxFixture({.prefix = "qmxdm-test-"},
+                       "DM attributes live in the trusted namespace: needs root") {}
   void SetUp() override {
-    if (geteuid() != 0) GTEST_SKIP() << "DM attributes live in the trusted namespace: needs root";
-    char tmpl[] = "/tmp/qmxdm-test-XXXXXX";
-    ASSERT_NE(mkdtemp(tmpl), nullptr);
-    root_ = tmpl;
-    ASSERT_EQ(setenv("QMX_SYSROOT", (root_ + "/sysroot").c_str(), 1), 0);
-    ASSERT_EQ(mkdir((root_ + "/files").c_str(), 0755), 0);
-  }
-  void TearDown() override {
-    unsetenv("QMX_SYSROOT");
-    if (!root_.empty()) std::filesystem::remove_all(root_);
+    SandboxFixture::SetUp();
+    if (IsSkipped()) return;
+    root_ = box().path();
+    box().makeDir("files");
   }
 
   // Creates (or rewrites) a file with |content| under the scratch
   // directory and returns its path.
   std::string makeFile(const std::string& name, const std::string& content = "data") {
-    std::string p = root_ + "/files/" + name;
-    std::ofstream(p, std::ios::binary | std::ios::trunc) << content;
-    return p;
+    return box().write("files/" + name, content);
   }
 
   std::string root_;
