@@ -23,6 +23,7 @@
 #include "hsm/rdm/rdm_proto.h"
 #include "hsm/rootd/rootd_requests.h"
 #include "hsm/rootd/testing/fake_daemon.h"
+#include "testing/check.h"
 
 namespace {
 
@@ -153,8 +154,7 @@ TEST_F(RdmClientTest, DaemonOfAnotherUserIsNotBelieved) {
   char version[64];
   EXPECT_EQ(rdmInitService(version, sizeof version), -1);
   EXPECT_EQ(errno, EACCES);
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(qmxtest::ChildExited(child, 0));
   close(ready[0]);
   close(ready[1]);
 }

@@ -4,7 +4,8 @@
 
 #include <fcntl.h>
 
-#include "hsm/rootd/rootd_testing.h"
+#include "hsm/rootd/testing/rootd_testing.h"
+#include "testing/check.h"
 
 using namespace rtdtest;
 
@@ -34,8 +35,7 @@ TEST(CallerTest, StartTimeNamesOneProcess) {
   EXPECT_NE(rtdProcessStartTime(getpid()), 0u);
   pid_t child = fork();
   if (child == 0) _exit(0);
-  int st;
-  waitpid(child, &st, 0);
+  ASSERT_TRUE(qmxtest::ChildExited(child, 0));
   EXPECT_EQ(rtdProcessStartTime(child), 0u);
 }
 

@@ -9,7 +9,7 @@
 
 #include "hsm/rdm/rdm_dirattrs.h"
 #include "hsm/rootd/rootd_guard.h"
-#include "hsm/rootd/rootd_testing.h"
+#include "hsm/rootd/testing/rootd_testing.h"
 
 using namespace rtdtest;
 

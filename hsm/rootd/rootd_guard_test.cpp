@@ -3,7 +3,7 @@
 #include <sys/xattr.h>
 
 #include "hsm/rootd/rootd_guard.h"
-#include "hsm/rootd/rootd_testing.h"
+#include "hsm/rootd/testing/rootd_testing.h"
 
 using namespace rtdtest;
 

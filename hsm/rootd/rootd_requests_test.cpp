@@ -18,7 +18,7 @@
 #include "hsm/provider/handle.h"
 #include "hsm/rdm/rdm_calls.h"
 #include "hsm/rdm/rdm_status.h"
-#include "hsm/rootd/rootd_testing.h"
+#include "hsm/rootd/testing/rootd_testing.h"
 
 namespace {
 

@@ -7,7 +7,9 @@
 
 #include "hsm/rdm/rdm_client.h"
 #include "hsm/rootd/rootd_server.h"
-#include "hsm/rootd/rootd_testing.h"
+#include "hsm/rootd/testing/rootd_testing.h"
+#include "testing/check.h"
+#include "testing/process.h"
 
 using namespace rtdtest;
 
@@ -89,7 +91,7 @@ TEST_F(ServerTest, OverTheLimitClientsAreToldToComeBack) {
   // request).
   int holder = connectTo(sock_);
   ASSERT_GE(holder, 0);
-  while (t.server().activeClients() < 1) usleep(1000);
+  ASSERT_TRUE(qmxtest::waitUntil([&] { return t.server().activeClients() >= 1; }));
   rdmReply_t rep;
   ASSERT_EQ(call(sock_, rdmInitServiceCall, rdmWriter(), &rep, 0xABCDEF), 0);
   EXPECT_EQ(rep.status, EAGAIN);
@@ -97,7 +99,8 @@ TEST_F(ServerTest, OverTheLimitClientsAreToldToComeBack) {
   EXPECT_EQ(rep.call, rdmInitServiceCall);
   close(holder);
   // The place comes free again.
-  while (t.server().activeClients() > 0 || t.server().busyClients() > 0) usleep(1000);
+  ASSERT_TRUE(qmxtest::waitUntil(
+      [&] { return t.server().activeClients() == 0 && t.server().busyClients() == 0; }));
   EXPECT_EQ(initService(), "0/0");
 }
 
@@ -284,13 +287,11 @@ TEST_F(ServerTest, ClientKeepsItsConnectionUntilTheDaemonDropsIt) {
     dm_sessid_t sid = 0;
     _exit(rdmInitService(v, sizeof v) == 0 && rdmCreateSession(0, "child", &sid) == 0 ? 0 : 1);
   }
-  int st = 0;
-  waitpid(child, &st, 0);
-  EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0);
+  EXPECT_TRUE(qmxtest::ChildExited(child, 0));
   // The session is recorded for the child as the user it had become.
   EXPECT_EQ(t.server().sessions().sessionsOf(child, kNobody).size(), 1u);
   // Idle, the connection is dropped; the next call opens another.
-  while (t.server().activeClients() > 0) usleep(10000);
+  ASSERT_TRUE(qmxtest::waitUntil([&] { return t.server().activeClients() == 0; }));
   EXPECT_EQ(rdmInitService(version, sizeof version), 0);
 }
 

@@ -1,8 +1,8 @@
 // Test helpers of the root daemon: a sandbox directory, a daemon served on
 // a thread, a client that sends forged requests, and running code as
 // another user in a forked child.
-#ifndef QMX_HSM_ROOTD_ROOTD_TESTING_H_
-#define QMX_HSM_ROOTD_ROOTD_TESTING_H_
+#ifndef QMX_HSM_ROOTD_TESTING_ROOTD_TESTING_H_
+#define QMX_HSM_ROOTD_TESTING_ROOTD_TESTING_H_
 
 #include <grp.h>
 #include <gtest/gtest.h>
@@ -24,6 +24,8 @@
 #include "hsm/dmapi/dmapi_binding.h"
 #include "hsm/rdm/rdm_proto.h"
 #include "hsm/rootd/rootd_server.h"
+#include "testing/process.h"
+#include "testing/sandbox.h"
 
 namespace rtdtest {
 
@@ -32,43 +34,20 @@ constexpr uid_t kNobody = 65534;
 #define RTD_NEED_ROOT() \
   if (geteuid() != 0) GTEST_SKIP() << "the root daemon's tests switch users and need root"
 
-// A fresh directory (mode 0755) that is also the system root; removed at
-// the end.
-class Sandbox {
+// A fresh directory (mode 0755, so that other users reach files inside)
+// that is also the system root; removed at the end.
+class Sandbox : public qmxtest::Sandbox {
  public:
-  Sandbox() {
-    char tmpl[] = "/tmp/qmxrootd_test_XXXXXX";
-    const char* d = mkdtemp(tmpl);
-    dir_ = d != nullptr ? d : "";
-    if (d != nullptr) chmod(d, 0755);
-    prevRoot_ = std::getenv("QMX_SYSROOT") != nullptr ? std::getenv("QMX_SYSROOT") : "";
-    setenv("QMX_SYSROOT", dir_.c_str(), 1);
-  }
-  ~Sandbox() {
-    if (prevRoot_.empty())
-      unsetenv("QMX_SYSROOT");
-    else
-      setenv("QMX_SYSROOT", prevRoot_.c_str(), 1);
-    if (!dir_.empty()) std::system(("rm -rf '" + dir_ + "'").c_str());
-  }
-  const std::string& dir() const { return dir_; }
-  std::string path(const std::string& rel) const { return dir_ + "/" + rel; }
+  Sandbox() : qmxtest::Sandbox({.prefix = "qmxrootd_test_", .mode = 0755, .sysRoot = ""}) {}
+  const std::string& dir() const { return path(); }
+  using qmxtest::Sandbox::path;
   // Creates a file with |text|, owner |uid| and |mode|.
   std::string file(const std::string& rel, uid_t uid, mode_t mode, const char* text = "data") {
-    std::string p = path(rel);
-    FILE* f = std::fopen(p.c_str(), "w");
-    if (f != nullptr) {
-      std::fputs(text, f);
-      std::fclose(f);
-    }
+    std::string p = write(rel, text);
     (void)!chown(p.c_str(), uid, uid);
     chmod(p.c_str(), mode);
     return p;
   }
-
- private:
-  std::string dir_;
-  std::string prevRoot_;
 };
 
 // A server on a thread; stopped and joined by the destructor.
@@ -189,23 +168,30 @@ inline dm_sessid_t newSession(const std::string& sock, const char* info = "test"
 inline std::string runAs(uid_t uid, const std::function<std::string()>& fn) {
   int p[2];
   if (pipe(p) != 0) return "child failed";
-  pid_t pid = fork();
-  if (pid == 0) {
+  pid_t pid = qmxtest::forkChild([&] {
     close(p[0]);
-    if (setgroups(0, nullptr) != 0 || setgid(uid) != 0 || setuid(uid) != 0) _exit(3);
+    if (setgroups(0, nullptr) != 0 || setgid(uid) != 0 || setuid(uid) != 0) return 3;
     std::string out = fn();
     (void)!write(p[1], out.data(), out.size());
-    _exit(0);
-  }
+    return 0;
+  });
   close(p[1]);
+  if (pid < 0) {
+    close(p[0]);
+    return "child failed";
+  }
+  // The child's answer ends when it ends; a child that hangs is killed at
+  // the deadline, which also ends the read.
   std::string out;
-  char buf[4096];
-  ssize_t n;
-  while ((n = read(p[0], buf, sizeof buf)) > 0) out.append(buf, static_cast<size_t>(n));
+  std::thread reader([&] {
+    char buf[4096];
+    ssize_t n;
+    while ((n = read(p[0], buf, sizeof buf)) > 0) out.append(buf, static_cast<size_t>(n));
+  });
+  qmxtest::ChildEnd end = qmxtest::waitChild(pid);
+  reader.join();
   close(p[0]);
-  int st = 0;
-  waitpid(pid, &st, 0);
-  return WIFEXITED(st) && WEXITSTATUS(st) == 0 ? out : "child failed";
+  return end.ended && WIFEXITED(end.status) && WEXITSTATUS(end.status) == 0 ? out : "child failed";
 }
 
 // Arguments of the calls that name a file.
@@ -286,4 +272,4 @@ class StubDaemonTest : public ::testing::Test {
 
 }  // namespace rtdtest
 
-#endif  // QMX_HSM_ROOTD_ROOTD_TESTING_H_
+#endif  // QMX_HSM_ROOTD_TESTING_ROOTD_TESTING_H_
