@@ -29,6 +29,7 @@
 #include "session/auth.h"
 #include "session/comm.h"
 #include "session/sess_attr.h"
+#include "session/sess_status.h"
 
 class clientOptions;
 
@@ -62,15 +63,6 @@ enum sessLockType_t { sessLockAcquire = 0, sessLockRelease = 1, sessLockTry = 2 
 
 // PASSWORDACCESS values (attribute sessPswdAccess).
 enum : uint8_t { PSWD_PROMPT = 0, PSWD_GENERATE = 1 };
-
-// Return codes of this layer (besides the communication codes of comm.h).
-enum : int {
-  SESS_RC_NOMEM = 102,
-  SESS_RC_BADARG = 109,
-  SESS_RC_PROTOCOL = 136,  // illegal state or broken verb stream
-  SESS_RC_PSWD_EXPIRED = 52,
-  SESS_RC_AUTH_FAILED = 137,
-};
 
 // Capability numbers the session itself uses.
 enum : unsigned {
@@ -192,6 +184,9 @@ class Sess_o {
   const std::string& sessGetPassword() const;
 
   // --- capability maps ---
+  // Whether capability |n| may be used: the server has it and, with a
+  // storage agent (unless only the server takes part in |n|), the agent
+  // too.  The outcome goes to sessCapTestResult (SESS_CAPTEST_*).
   bool sessTestFuncMap(unsigned n);
   void sessCopyFuncMap(const unsigned char* map, size_t len);
   void sessCopySAFuncMap(const unsigned char* map, size_t len);

@@ -3,7 +3,8 @@
 // Logon is the entry: it finds a password (the session's, the stored
 // verifier of PASSWORDACCESS GENERATE, or one the user types through the
 // login callback), opens the session, signs on and authenticates, and deals
-// with an expired password (52) and a rejected one (137):
+// with an expired password (52, SESS_RC_PSWD_EXPIRED) and a rejected one
+// (137, SESS_RC_AUTH_FAILED; session/sess_status.h):
 //   52  GENERATE: a new password is made, the session re-opened only to
 //       change it, authenticated with the old one and the new verifier sent
 //       (and stored); PROMPT: the user is asked for the new password; a
