@@ -9,10 +9,10 @@
 //
 // Every state-changing operation looks its new state up in one table
 // (sessTransition).  An illegal operation changes nothing but the state,
-// which becomes sTRANSERR, answers 136 and logs a message naming the state it
-// found; only sessInit leaves sTRANSERR.  Verb traffic is allowed in sInit
-// and sOpened too, because the sign-on verbs travel before the session is
-// signed on.
+// which becomes sTRANSERR, answers SESS_RC_PROTOCOL and logs a message
+// naming the state it found; only sessInit leaves sTRANSERR.  Verb traffic
+// is allowed in sInit and sOpened too, because the sign-on verbs travel
+// before the session is signed on.
 //
 // Thread safety: one thread uses a session at a time.  Threads that share
 // one (a storage-agent or server-initiated connection handed over) serialise
@@ -125,7 +125,7 @@ class Sess_o {
   Sess_o(const Sess_o&) = delete;
   Sess_o& operator=(const Sess_o&) = delete;
 
-  // --- lifecycle (0 or a code; 136 for an illegal state) ---
+  // --- lifecycle (0 or a code; SESS_RC_PROTOCOL for an illegal state) ---
   int sessInit();
   int sessOpen();
   int sessClose();
@@ -206,7 +206,7 @@ class Sess_o {
  private:
   void Setup(int mainSession);
   // Checks |op| against the table; on an illegal transition logs |msgNum|,
-  // goes to sTRANSERR and answers 136.
+  // goes to sTRANSERR and answers SESS_RC_PROTOCOL.
   int Enter(sessOpType op, const char* opName, int msgNum, sessStateType* next);
   void Commit(const char* opName, sessStateType next);
   bool PoolReady() const { return !sendBuf_.empty(); }

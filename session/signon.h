@@ -54,7 +54,7 @@ int OpenSess(Sess_o* sess, uint8_t initType);
 int scSignOnTheSession(Sess_o* sess, uint8_t initType);
 int scAuthenticateTheSession(Sess_o* sess);
 // Computes the answer to the server's challenge (picking the verifier).
-// 0, or 137 when no usable password is at hand.
+// 0, or SESS_RC_AUTH_FAILED when no usable password is at hand.
 int Authenticate(Sess_o* sess, soAuthenticate_t* out);
 // Sends the verifier of |newPassword| on an authenticated session; on
 // success the session knows the new password and verifier.
