@@ -14,13 +14,14 @@
 // Function return codes.
 enum : int {
   // The trace file can't be opened.  trBegin (and trInitializeStatusLog,
-  // which passes trBegin's result on); the trace is reset.  The caller goes
-  // on without a trace.
+  // which passes trBegin's result on); the trace is reset.  The option
+  // layer puts it into the option-error record, and start-up reports it
+  // and ends the command.
   DIAG_RC_TRACEOPEN = 426,
 
   // The message system can't start: nlinit got an empty language, or no
   // message object exists, or initMsgSys got over-long arguments or could
-  // not open the English catalogue (ANS0102W).  Start-up ends the process.
+  // not open the English catalogue (ANS0102W).  Start-up ends the command.
   DIAG_RC_NOCATALOG = 610,
 
   // A line could not be written to a log.  DLogFile::writeLine and so
@@ -30,13 +31,13 @@ enum : int {
 
   // The trace file name is a symbolic link.  trSetTraceFileName, after it
   // tried to delete the link (messages 1193 and 1191 or 1190); the name is
-  // not stored and the caller goes on without that trace file.
+  // not stored.  The TRACEFILE option refuses the value (PS_RC_BADVALUE).
   DIAG_RC_TRACELINK = 959,
 
   // The indexed message repository can't be read, or has no entry for the
   // message (ANS0105E, ANS0106E).  ReadIndex; the number is that of the
   // internal-error message, which the process return code has also been
-  // raised by.  The caller shows nothing for the message.
+  // raised by.  The message can't be read from that repository.
   DIAG_RC_MSGINDEX = 9999,
 };
 

@@ -13,18 +13,19 @@ enum : int {
   // Success.  The option layer returns it by name; elsewhere 0 is written.
   PS_RC_OK = 0,
 
-  // Out of memory.  parseBackOperand; above: the options object and its
-  // callbacks, the message object, the status log's name, the command's
-  // parsing space and directory list, the session.  The caller gives up
-  // the operation (the command reports message 9184 and stops its loop).
+  // Out of memory, or a copy that can't be made.  parseBackOperand; above:
+  // the options object and its callbacks, the message object, the status
+  // log's name (too long for its buffer), the command's parsing space and
+  // directory list, the session.  The operation is not done (the command
+  // reports message 9184 and stops its loop).
   PS_RC_NOMEM = 102,
 
   // A missing or unusable argument: a null pointer, a path that is not
   // absolute, an unknown format or option store.  parseBackOperand,
   // psAddVirtualMountPoint, GetQuotedToken; above: the logs, the message
   // formats and insert decoder, the status log, the option reader, the
-  // password file, the session.  A programming or set-up fault; the caller
-  // reports it and does not retry.
+  // password file, the session.  A programming or set-up fault: nothing is
+  // done, and trying again can't help.
   PS_RC_BADARG = 109,
 
   // A value that can't be taken as given.  GetQuotedToken: the token does

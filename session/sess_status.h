@@ -20,8 +20,8 @@ enum : int {
 
   // An operation the session's state does not allow (the session moves to
   // sTRANSERR), or a broken verb stream: a verb too long, a wrong checksum,
-  // an answer of the wrong kind or shape.  The session is closed; the
-  // caller gives up its server work.
+  // an answer of the wrong kind or shape (a broken stream on receipt also
+  // closes the session).  The caller gives up its server work.
   SESS_RC_PROTOCOL = 136,
 
   // The server refused the node or its password, or asked for a verifier

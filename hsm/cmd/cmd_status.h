@@ -30,12 +30,12 @@ enum : int {
   CMD_RC_ERRORLOG = -1,
 };
 
-// smSysOptFile's failures when it is asked not to end the process (with
-// |exitOnError| 1 the first four end it with CMD_EXIT_FAILED instead).
+// smSysOptFile's failures when it does not end the process itself (its
+// |exitOnError| decides; see hsm/cmd/hsm_startup.h).
 enum : int {
   CMD_RC_SYSOPT_FILE = -1,     // the system option file is bad (reported)
-  CMD_RC_SYSOPT_USER = -2,     // USERS/GROUPS lock the caller out (1216)
-  CMD_RC_SYSOPT_POST = -4,     // the options do not fit together (1038)
+  CMD_RC_SYSOPT_USER = -2,     // USERS/GROUPS lock the caller out
+  CMD_RC_SYSOPT_POST = -4,     // post-processing refused the options
   CMD_RC_SYSOPT_NOMEM = -5,    // no memory for the option-error record
   CMD_RC_SYSOPT_SESSION = -6,  // the server session can't be created
 };
@@ -63,9 +63,10 @@ enum : int {
   // The usage was shown (asked for, or an unknown short option) and
   // nothing else done.
   CMD_EXIT_USAGE = 0,
-  // The command could not run: a bad command line or option file, /tmp
-  // full, no DMAPI session, no current directory, an unusable file list.
-  // A message said why.  Also the status after a signal's clean-up.
+  // The command could not run: a bad command line or option file, no
+  // memory for the operands, /tmp full, no DMAPI session, no current
+  // directory, an unusable file list.  A message said why.  Also the
+  // status after a signal's clean-up.
   CMD_EXIT_FAILED = -1,
   // Memory ran out while the operands were worked through (message 9184).
   CMD_EXIT_NOMEM = -2,

@@ -25,10 +25,12 @@ enum : int {
 // ---- Session calls of the access object ---------------------------------
 // XDSMAPI::initService and XDSMAPI::destroySession answer 1 or 0 (with the
 // errno in getLastErrno()).  dmiInit turns a failed initService into -1
-// and message 9505; a failed destroy is traced and the session left.
+// and message 9505; dmiCloseSession traces a failed destroy and returns
+// -1.
 enum : int {
   DMI_XDSM_FAILED = 0,
-  DMI_XDSM_DONE = 1,  // initialised (also when it already was) / destroyed
+  DMI_XDSM_DONE = 1,  // initialised (also when it already was); destroyed,
+                      // or nothing to destroy in this process
 };
 
 // ---- Provider errno ------------------------------------------------------
