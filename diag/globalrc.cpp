@@ -4,6 +4,7 @@
 #include <iterator>
 #include <new>
 
+#include "diag/diag_status.h"
 #include "diag/nl.h"
 #include "diag/trace.h"
 
@@ -56,23 +57,23 @@ int32_t GlobalRC::mapMessage(unsigned msgNum) {
 
 int32_t GlobalRC::mapMessage(unsigned msgNum, unsigned char severity) {
   if (std::binary_search(std::begin(kSkippedMessages), std::end(kSkippedMessages), msgNum)) {
-    return 4;
+    return DIAG_GRC_SKIPPED;
   }
-  if (msgNum == 9999) return 12;
+  if (msgNum == 9999) return DIAG_GRC_ERROR;
   if (msgNum == 2046) {
-    if (!TEST_AUDITLOGRC.set) return 12;
+    if (!TEST_AUDITLOGRC.set) return DIAG_GRC_ERROR;
     int v = static_cast<int>(TEST_AUDITLOGRC.value);
-    return v < 1 ? 8 : v;
+    return v < 1 ? DIAG_GRC_WARNING : v;
   }
   switch (severity) {
     case nlsevW:
-      return 8;
+      return DIAG_GRC_WARNING;
     case nlsevK:
     case nlsevE:
     case nlsevS:
-      return 12;
+      return DIAG_GRC_ERROR;
     default:
-      return 0;
+      return DIAG_GRC_OK;
   }
 }
 

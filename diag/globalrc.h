@@ -1,11 +1,15 @@
 // The process return code: the worst message issued during the run.
 //
 // Every composed message tells GlobalRC its number (diag/nl.h does this);
-// the number maps to 0, 4, 8 or 12 and the stored code only ever rises:
-//   - a fixed list of "skipped" messages (1243, 14005, ...) gives 4;
-//   - 9999 (internal error) gives 12;
-//   - 2046 gives the test flag AUDITLOGRC's value (8 when below 1), or 12;
-//   - others by severity: W gives 8; K, E and S give 12; the rest 0.
+// the number maps to a code of diag/diag_status.h (0, 4, 8 or 12) and the
+// stored code only ever rises:
+//   - a fixed list of "skipped" messages (1243, 14005, ...) gives
+//     DIAG_GRC_SKIPPED;
+//   - 9999 (internal error) gives DIAG_GRC_ERROR;
+//   - 2046 gives the test flag AUDITLOGRC's value (DIAG_GRC_WARNING when
+//     below 1), or DIAG_GRC_ERROR without the flag;
+//   - others by severity: W gives DIAG_GRC_WARNING; K, E and S give
+//     DIAG_GRC_ERROR; the rest DIAG_GRC_OK.
 //
 // The process object is reached through pGlobalRC, which may be null (then
 // setting is skipped).  Thread safety: every member takes the object's
@@ -16,6 +20,7 @@
 
 #include <cstdint>
 
+#include "diag/diag_status.h"
 #include "platform/mutex.h"
 
 class GlobalRC {

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "diag/diag_status.h"
 #include "diag/logfile_internal.h"
 #include "diag/nlsobject.h"
 #include "diag/trace.h"
@@ -79,7 +80,7 @@ int DLogFile::InitializeLogFile(DLogFile& log, unsigned long maxSize, const char
 }
 
 int utBuildPath(const char* path) {
-  if (path == nullptr || *path == '\0') return 109;
+  if (path == nullptr || *path == '\0') return PS_RC_BADARG;
   std::string p = path;
   size_t slash = p.find_last_of('/');
   if (slash == std::string::npos || slash == 0) return 0;
@@ -286,9 +287,9 @@ int DLogFile::convertWrapFile(FILE* old, bool hasHeader, unsigned long oldNext) 
 }
 
 int DLogFile::writeLine(const char* text) {
-  if (nlsObj == nullptr || text == nullptr) return 109;
+  if (nlsObj == nullptr || text == nullptr) return PS_RC_BADARG;
   if (!loggingOn) return 0;
-  if (nlLockMutex() != 0) return 109;
+  if (nlLockMutex() != 0) return PS_RC_BADARG;
   if (stream == nullptr) {
     nlUnlockMutex();
     return 0;
@@ -311,7 +312,7 @@ int DLogFile::writeLine(const char* text) {
     lastError = rc;
     clearerr(stream);
     nlUnlockMutex();
-    return 621;
+    return DIAG_RC_LOGWRITE;
   }
   nlUnlockMutex();
   return written;

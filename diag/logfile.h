@@ -27,6 +27,8 @@
 #include <cstdio>
 #include <string>
 
+#include "diag/diag_status.h"
+
 class DLogFile {
  public:
   // The four logs of the process.
@@ -66,10 +68,11 @@ class DLogFile {
   int utCloseOutputFile();
 
   // Writes one line "%s %s %s" (date, time, text), adding "\n" when |text|
-  // does not end in one.  Returns 109 when the message system, the text or
-  // the message mutex is missing, 0 when logging is off, 621 on a write
-  // error (lastErrno() keeps the errno; later lines are still tried),
-  // else the number of bytes written.  The log must be open (else 0).
+  // does not end in one.  Returns PS_RC_BADARG when the message system, the
+  // text or the message mutex is missing, 0 when logging is off,
+  // DIAG_RC_LOGWRITE on a write error (lastErrno() keeps the errno; later
+  // lines are still tried), else the number of bytes written.  The log must
+  // be open (else 0).
   int writeLine(const char* text);
 
   // Wrapping bookkeeping: make room for |length| bytes at the next-write

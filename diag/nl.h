@@ -29,6 +29,8 @@
 #include <cstdio>
 #include <ctime>
 
+#include "diag/diag_status.h"
+
 // ---------------------------------------------------------------------------
 // Severity codes (the letter after the message number).
 enum nlSeverity_t : unsigned char {
@@ -63,7 +65,7 @@ struct nlsObject_t;
 // functions (|fns| may be null, and any null slot gets the default, which
 // writes to stdout) and the prefix "ANS".  |envFlag| is kept for the
 // platform's language services.  A second call is a no-op.  Returns 0, or
-// 102 when memory runs out.
+// PS_RC_NOMEM when memory runs out.
 int newNlsGlobalObject(const nlOutputFn_t* fns, int envFlag);
 // The object, or null before newNlsGlobalObject.
 nlsObject_t* getNlsGlobalObjectHandle();
@@ -103,12 +105,12 @@ struct nlInitInfo_t {
 // |catName| is honoured only for client types 9, 10 and 11 (null: the
 // default).  A second call re-applies the formats and cache size, and
 // reopens the national catalogue only when qmxLocale changed in between.
-// Returns 0, or 610 (empty language, over-long arguments, no English
-// catalogue).  |info| may be null.
+// Returns 0, or DIAG_RC_NOCATALOG (empty language, over-long arguments, no
+// English catalogue).  |info| may be null.
 int nlinit(const char* language, unsigned cacheSize, const char* msgDir, int clientType,
            int dateFormat, int timeFormat, int numberFormat, nlInitInfo_t* info,
            const char* catName);
-// Opens the catalogues (nlinit's work).  Returns 0 or 610.
+// Opens the catalogues (nlinit's work).  Returns 0 or DIAG_RC_NOCATALOG.
 int initMsgSys(const char* language, const char* catName, int clientType, unsigned cacheSize,
                const char* msgDir, nlInitInfo_t* info);
 // Closes both catalogues and frees the caches; the object stays.
@@ -167,7 +169,7 @@ int nlsLocalToUcs(const char* local, uint16_t* out, size_t outCount);
 // ---------------------------------------------------------------------------
 // Date, time and number formats (options DATEFORMAT, TIMEFORMAT and
 // NUMBERFORMAT).  Format 0 takes the locale's; unknown numbers keep the
-// current one.  Return 0, or 109 for an unknown format number.
+// current one.  Return 0, or PS_RC_BADARG for an unknown format number.
 int setDateFmt(int fmt);
 int setTimeFmt(int fmt);
 int setNumberFmt(int fmt);

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <new>
 
+#include "diag/diag_status.h"
 #include "diag/globalrc.h"
 #include "diag/logfile.h"
 #include "diag/nlsobject.h"
@@ -220,14 +221,14 @@ int ReadIndex(const char* repository, unsigned num, unsigned* entry) {
              repository);
     nlIssueInternal(nlsevE, wb);
     if (pGlobalRC != nullptr) pGlobalRC->set(9999);
-    return 9999;
+    return DIAG_RC_MSGINDEX;
   }
   *entry = (static_cast<unsigned>(b[0]) << 8) | b[1];
   if (*entry == 0) {
     snprintf(wb, nlWorkBufSize, "ANS0106E Message index not found for message %u.\n", num);
     nlIssueInternal(nlsevE, wb);
     if (pGlobalRC != nullptr) pGlobalRC->set(9999);
-    return 9999;
+    return DIAG_RC_MSGINDEX;
   }
   return 0;
 }
@@ -241,10 +242,10 @@ void nlSetLocale(const char* language) {
 int initMsgSys(const char* language, const char* catName, int clientType, unsigned cacheSize,
                const char* msgDir, nlInitInfo_t* info) {
   psMutexGuard g(&nls_mutex);
-  if (nlsObj == nullptr) return 610;
+  if (nlsObj == nullptr) return DIAG_RC_NOCATALOG;
   if (language == nullptr) language = "";
   if (msgDir == nullptr) msgDir = ".";
-  if (strlen(language) > 1279 || strlen(msgDir) > 1024) return 610;
+  if (strlen(language) > 1279 || strlen(msgDir) > 1024) return DIAG_RC_NOCATALOG;
   nlsObj->catName = (catName != nullptr && *catName != '\0' && clientType >= 9 && clientType <= 11)
                         ? catName
                         : nlDefaultCatalogue;
@@ -262,7 +263,7 @@ int initMsgSys(const char* language, const char* catName, int clientType, unsign
              "repository will be used instead.\n",
              nlsObj->failedRepository);
     nlIssueInternal(nlsevW, wb);
-    return 610;
+    return DIAG_RC_NOCATALOG;
   }
 
   // The process takes its locale (and so its code page) from the
@@ -364,9 +365,9 @@ void nlterm() {
 int nlinit(const char* language, unsigned cacheSize, const char* msgDir, int clientType,
            int dateFormat, int timeFormat, int numberFormat, nlInitInfo_t* info,
            const char* catName) {
-  if (language == nullptr || *language == '\0') return 610;
+  if (language == nullptr || *language == '\0') return DIAG_RC_NOCATALOG;
   psMutexGuard g(&nls_mutex);
-  if (nlsObj == nullptr) return 610;
+  if (nlsObj == nullptr) return DIAG_RC_NOCATALOG;
   nlsObj->oemLogMsgs = TEST_OEMLOGMSGS.set;
   nlsObj->ansiNlsRepos = TEST_ANSINLSREPOS.set;
   nlsObj->oemDisplay = TEST_OEMDISPLAY.set;

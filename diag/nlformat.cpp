@@ -10,6 +10,7 @@
 
 #include "diag/nlsobject.h"
 #include "diag/trace.h"
+#include "platform/platform_status.h"
 
 namespace {
 
@@ -108,7 +109,7 @@ void FormatDate(const struct tm* t, char* date, char* time, size_t size) {
 }  // namespace
 
 int setDateFmt(int fmt) {
-  if (fmt < 0 || fmt >= kNumDate) return 109;
+  if (fmt < 0 || fmt >= kNumDate) return PS_RC_BADARG;
   dateFormat = fmt;
   if (fmt == 0) {
     LocaleDate(datePattern, sizeof datePattern);
@@ -119,7 +120,7 @@ int setDateFmt(int fmt) {
 }
 
 int setTimeFmt(int fmt) {
-  if (fmt < 0 || fmt >= kNumTime) return 109;
+  if (fmt < 0 || fmt >= kNumTime) return PS_RC_BADARG;
   timeFormat = fmt;
   if (fmt == 0) {
     LocaleTime(timePattern, sizeof timePattern);
@@ -130,7 +131,7 @@ int setTimeFmt(int fmt) {
 }
 
 int setNumberFmt(int fmt) {
-  if (fmt < 0 || fmt >= kNumNumber) return 109;
+  if (fmt < 0 || fmt >= kNumNumber) return PS_RC_BADARG;
   numberFormat = fmt;
   if (fmt == 0) {
     const struct lconv* lc = localeconv();

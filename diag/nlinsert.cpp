@@ -6,6 +6,8 @@
 #include <cwchar>
 #include <cwctype>
 
+#include "platform/platform_status.h"
+
 namespace {
 
 // A header byte that may be a placeholder: 0x10 reads back as 0.
@@ -68,7 +70,7 @@ std::wstring CleanWide(const wchar_t* s) {
 int nlParseInsertFormat(const std::string& fmt, nlInsert_t* out) {
   nlInsert_t ins;
   size_t i = 0;
-  if (fmt.size() < 2 || fmt[0] != '%') return 109;
+  if (fmt.size() < 2 || fmt[0] != '%') return PS_RC_BADARG;
   i = 1;
   while (i < fmt.size() && strchr("-+ #0'", fmt[i]) != nullptr) ++i;
   auto digitsOrStar = [&]() {
@@ -80,7 +82,7 @@ int nlParseInsertFormat(const std::string& fmt, nlInsert_t* out) {
     while (i < fmt.size() && fmt[i] >= '0' && fmt[i] <= '9') ++i;
   };
   digitsOrStar();
-  if (i < fmt.size() && fmt[i] == '$') return 109;  // positional: not supported
+  if (i < fmt.size() && fmt[i] == '$') return PS_RC_BADARG;  // positional: not supported
   if (i < fmt.size() && fmt[i] == '.') {
     ++i;
     digitsOrStar();
@@ -92,21 +94,21 @@ int nlParseInsertFormat(const std::string& fmt, nlInsert_t* out) {
     if (fmt[i] == 'j' || fmt[i] == 'z' || fmt[i] == 't' || fmt[i] == 'L') size64 = true;
     ++i;
   }
-  if (i + 1 != fmt.size()) return 109;
+  if (i + 1 != fmt.size()) return PS_RC_BADARG;
   char conv = fmt[i];
   if (strchr("diouxXc", conv) != nullptr) {
     ins.type = (longs > 0 || size64) ? nlitInt64 : nlitInt;
   } else if (strchr("eEfFgGaA", conv) != nullptr) {
-    if (fmt.find('L') != std::string::npos) return 109;  // long double is not carried
+    if (fmt.find('L') != std::string::npos) return PS_RC_BADARG;  // long double is not carried
     ins.type = nlitDouble;
   } else if (conv == 's') {
     ins.type = nlitPointer;
     ins.wide = longs == 1;
-    if (longs > 1 || size64) return 109;
+    if (longs > 1 || size64) return PS_RC_BADARG;
   } else if (conv == 'p') {
     ins.type = nlitPointer;
   } else {
-    return 109;  // %%, %n and unknown conversions take no insert
+    return PS_RC_BADARG;  // %%, %n and unknown conversions take no insert
   }
   ins.format = fmt;
   *out = ins;
@@ -117,20 +119,21 @@ int nlEncodeBody(const std::vector<nlInsert_t>& inserts, const std::vector<unsig
                  const std::vector<std::string>& pieces, std::string* body) {
   for (const std::string& p : pieces) {
     for (unsigned char c : p) {
-      if (c == kNlNoInserts || c == kNlOrderedInserts || c == kNlPlaceholder || c == 0) return 109;
+      if (c == kNlNoInserts || c == kNlOrderedInserts || c == kNlPlaceholder || c == 0)
+        return PS_RC_BADARG;
     }
   }
   body->clear();
   if (inserts.empty()) {
-    if (pieces.size() != 1 || !order.empty()) return 109;
+    if (pieces.size() != 1 || !order.empty()) return PS_RC_BADARG;
     body->push_back(static_cast<char>(kNlNoInserts));
     body->append(pieces[0]);
     return 0;
   }
   const size_t n = inserts.size();
-  if (n > kNlMaxInserts || order.size() != n || pieces.size() != n + 1) return 109;
+  if (n > kNlMaxInserts || order.size() != n || pieces.size() != n + 1) return PS_RC_BADARG;
   for (unsigned char o : order) {
-    if (o >= n) return 109;
+    if (o >= n) return PS_RC_BADARG;
   }
   unsigned char countByte = static_cast<unsigned char>(n);
   for (size_t k = 0; k < 3 && k < n; ++k) {
@@ -140,7 +143,7 @@ int nlEncodeBody(const std::vector<nlInsert_t>& inserts, const std::vector<unsig
   body->push_back(static_cast<char>(countByte));
   for (unsigned char o : order) body->push_back(static_cast<char>(WriteSmall(o)));
   for (const nlInsert_t& ins : inserts) {
-    if (ins.format.empty() || ins.stars > 2) return 109;
+    if (ins.format.empty() || ins.stars > 2) return PS_RC_BADARG;
     body->push_back(static_cast<char>(WriteSmall(ins.stars)));
     body->push_back(static_cast<char>(WriteSmall(ins.type)));
     body->append(ins.format);
@@ -180,7 +183,7 @@ size_t nlInsertTableLength(const char* body) {
 int nlDecodeBody(const char* body, nlBody_t* out) {
   const unsigned char* b = reinterpret_cast<const unsigned char*>(body);
   const size_t table = nlInsertTableLength(body);
-  if (table == 0) return 109;
+  if (table == 0) return PS_RC_BADARG;
   out->inserts.clear();
   out->order.clear();
   out->pieces.clear();
@@ -197,14 +200,14 @@ int nlDecodeBody(const char* body, nlBody_t* out) {
     // byte; later ones are read by position (no entry can be 16).
     if (k < 3 && (mask & (1u << k)) != 0) v = 0;
     v = ReadSmall(v);
-    if (v >= n) return 109;
+    if (v >= n) return PS_RC_BADARG;
     out->order.push_back(v);
   }
   for (size_t k = 0; k < n; ++k) {
     nlInsert_t ins;
     ins.stars = ReadSmall(b[at]);
     unsigned char type = ReadSmall(b[at + 1]);
-    if (ins.stars > 2 || type > nlitDouble) return 109;
+    if (ins.stars > 2 || type > nlitDouble) return PS_RC_BADARG;
     ins.type = static_cast<nlInsertType_t>(type);
     at += 2;
     size_t start = at;
@@ -214,7 +217,7 @@ int nlDecodeBody(const char* body, nlBody_t* out) {
     nlInsert_t check;
     if (nlParseInsertFormat(ins.format, &check) != 0 || check.type != ins.type ||
         check.stars != ins.stars) {
-      return 109;
+      return PS_RC_BADARG;
     }
     ins.wide = check.wide;
     out->inserts.push_back(std::move(ins));
@@ -229,7 +232,7 @@ int nlDecodeBody(const char* body, nlBody_t* out) {
     out->pieces.emplace_back(p, slot - p);
     p = slot + 1;
   }
-  if (out->pieces.size() != n + 1) return 109;
+  if (out->pieces.size() != n + 1) return PS_RC_BADARG;
   return 0;
 }
 

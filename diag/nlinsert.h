@@ -40,6 +40,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/platform_status.h"
+
 inline constexpr unsigned char kNlNoInserts = 0x01;
 inline constexpr unsigned char kNlOrderedInserts = 0x02;
 inline constexpr unsigned char kNlPlaceholder = 0x10;
@@ -69,19 +71,19 @@ struct nlBody_t {
 };
 
 // Classifies one printf conversion ("%-8.3s", "%*d", "%llu").  Returns 0
-// and fills |out|, or 109 when |fmt| is not exactly one conversion that
-// takes an argument (no "%%", no "%n", no positional "%1$s").
+// and fills |out|, or PS_RC_BADARG when |fmt| is not exactly one conversion
+// that takes an argument (no "%%", no "%n", no positional "%1$s").
 int nlParseInsertFormat(const std::string& fmt, nlInsert_t* out);
 
 // Builds the body from the inserts (argument order) and the template
-// pieces with their slot order.  Returns 0, or 109 when the counts do not
-// fit together (slots != inserts, more than 15 inserts, an order entry out
-// of range or a template containing bytes 0x01, 0x02 or 0x10).
+// pieces with their slot order.  Returns 0, or PS_RC_BADARG when the counts
+// do not fit together (slots != inserts, more than 15 inserts, an order
+// entry out of range or a template containing bytes 0x01, 0x02 or 0x10).
 int nlEncodeBody(const std::vector<nlInsert_t>& inserts, const std::vector<unsigned char>& order,
                  const std::vector<std::string>& pieces, std::string* body);
 
-// Decodes |body| (without the identifier).  Returns 0, or 109 when it is
-// damaged (unknown leading byte, truncated table, slot count mismatch).
+// Decodes |body| (without the identifier).  Returns 0, or PS_RC_BADARG when
+// it is damaged (unknown leading byte, truncated table, slot count mismatch).
 int nlDecodeBody(const char* body, nlBody_t* out);
 
 // Length of the insert table at the start of |body| (1 for a body without
@@ -90,7 +92,7 @@ size_t nlInsertTableLength(const char* body);
 
 // Composes a decoded body with the caller's arguments, appending to |out|.
 // Wide-string inserts are cleaned of characters that cannot be shown.
-// Returns 0, or 102 when memory runs out.
+// Returns 0, or PS_RC_NOMEM when memory runs out.
 int nlComposeBody(const nlBody_t& body, va_list args, std::string* out);
 
 #endif  // QMX_DIAG_NLINSERT_H_

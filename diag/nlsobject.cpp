@@ -7,6 +7,7 @@
 #include "diag/logfile.h"
 #include "diag/nlsobject.h"
 #include "diag/trace.h"
+#include "platform/platform_status.h"
 
 psMutex_t nls_mutex = {PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP, 1};
 nlsObject_t* nlsObj = nullptr;
@@ -92,7 +93,7 @@ int newNlsGlobalObject(const nlOutputFn_t* fns, int envFlag) {
   psMutexGuard g(&nls_mutex);
   if (nlsObj != nullptr) return 0;
   nlsObj = new (std::nothrow) nlsObject_t;
-  if (nlsObj == nullptr) return 102;
+  if (nlsObj == nullptr) return PS_RC_NOMEM;
   nlsObj->envFlag = envFlag;
   for (int i = 0; i < nlNumOutputFns; ++i) {
     nlsObj->out[i] = (fns != nullptr && fns[i] != nullptr) ? fns[i] : DefaultOutput;

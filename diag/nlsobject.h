@@ -8,6 +8,7 @@
 
 #include <string>
 
+#include "diag/diag_status.h"
 #include "diag/nl.h"
 #include "diag/nlinsert.h"
 #include "platform/mutex.h"
@@ -97,7 +98,7 @@ std::string nlNormaliseLanguage(const char* lang);
 
 // The older indexed repository: the two-byte big-endian index entry of
 // message |num| stands at byte 2 * num + 62 of |repository|.  Returns 0 and
-// the entry, or 9999 (ANS0105E read error, ANS0106E entry 0).
+// the entry, or DIAG_RC_MSGINDEX (ANS0105E read error, ANS0106E entry 0).
 int ReadIndex(const char* repository, unsigned num, unsigned* entry);
 
 // Issues the trace facility's catalogue messages (installed as its message

@@ -43,6 +43,8 @@
 #include <ctime>
 #include <cwchar>
 
+#include "diag/diag_status.h"
+
 // ---------------------------------------------------------------------------
 // Trace classes: one global byte per class, non-zero when the class is on.
 #define TR_CLASS(keyword, flag, comm) extern unsigned char flag;
@@ -194,15 +196,15 @@ int trSetMaxTraceSize(unsigned mb);
 int trSetMaxTraceSegSize(unsigned mb);
 
 // Remembers the trace file to open.  Returns 0 (a name that is already set
-// is kept), -1 for a bad name (message 1824) or 959 when the path is a
-// symbolic link (the link is deleted if possible; messages 1193 and 1191 or
-// 1190; the name is not stored).
+// is kept), -1 for a bad name (message 1824) or DIAG_RC_TRACELINK when the
+// path is a symbolic link (the link is deleted if possible; messages 1193
+// and 1191 or 1190; the name is not stored).
 int trSetTraceFileName(const char* name);
 
 // Opens the trace output: "STDOUT", "STDERR", "CONSOLE" (any case) or a file
 // name (made absolute).  With |announce| the file name, the maximum and a
-// begin line are traced.  Returns 0, -1 for a bad name, 426 when the file
-// cannot be opened (the trace is then reset).
+// begin line are traced.  Returns 0, -1 for a bad name, DIAG_RC_TRACEOPEN
+// when the file cannot be opened (the trace is then reset).
 int trBegin(const char* name, int announce);
 
 // Parses the TESTFLAGS value: tokens "KEY", "KEY:number", "KEY:\"text\"",
@@ -274,8 +276,8 @@ int trQueryTestFlags();
 // and the status lines go into the trace; otherwise STATUSLOG ("STATUSLOG
 // -PREFIX" while trace is off) is enabled and |dir|/|name| opened.  |result|
 // (may be null) receives the file name in use; it must hold
-// trMaxActualName bytes.  Returns 0, 109 (null directory or name), 102
-// (name too long), or trBegin's result.
+// trMaxActualName bytes.  Returns 0, PS_RC_BADARG (null directory or name),
+// PS_RC_NOMEM (name too long), or trBegin's result.
 int trInitializeStatusLog(const char* dir, const char* name, char* result);
 
 // ---------------------------------------------------------------------------

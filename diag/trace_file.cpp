@@ -18,6 +18,7 @@
 #include <cinttypes>
 #include <cstring>
 
+#include "diag/diag_status.h"
 #include "diag/trace_internal.h"
 
 const char trProductBanner[] = "Space Management Client Version 1, Release 0, Level 0.0";
@@ -99,7 +100,7 @@ int openFailed(TraceObject* o) {
     fflush(stdout);
   }
   trReset(1);
-  return 426;
+  return DIAG_RC_TRACEOPEN;
 }
 
 }  // namespace
@@ -181,7 +182,7 @@ int trBegin(const char* name, int announce) {
         } else {
           trWrapCheck(21);
           f = o->stream;
-          if (f == nullptr) return 426;
+          if (f == nullptr) return DIAG_RC_TRACEOPEN;
           fseeko(f, o->nextWrite, SEEK_SET);
           fputs("BEGINNING NEW TRACE\n\n", f);
         }
@@ -331,7 +332,7 @@ int trSetTraceFileName(const char* name) {
     const bool deleted = unlink(absolute) == 0;
     trIssueMessage(1193, absolute, deleted ? 0 : 1);
     trIssueMessage(deleted ? 1191 : 1190, absolute, deleted ? 0 : 1);
-    return 959;
+    return DIAG_RC_TRACELINK;
   }
   snprintf(o->configName, sizeof(o->configName), "%s", absolute);
   return 0;
@@ -389,7 +390,7 @@ int trClose(int reset) {
 
 int trInitializeStatusLog(const char* dir, const char* name, char* result) {
   trErrnoKeeper keep;
-  if (dir == nullptr || name == nullptr) return 109;
+  if (dir == nullptr || name == nullptr) return PS_RC_BADARG;
   if (trObj == nullptr) return -1;
   if (trObj->started) {
     trEnable("STATUSLOG", 1);
@@ -398,7 +399,7 @@ int trInitializeStatusLog(const char* dir, const char* name, char* result) {
   }
   char full[trMaxFileName + 1];
   int n = snprintf(full, sizeof(full), "%s/%s", dir, name);
-  if (n < 0 || static_cast<size_t>(n) > trMaxFileName) return 102;
+  if (n < 0 || static_cast<size_t>(n) > trMaxFileName) return PS_RC_NOMEM;
   trEnable(trObj->active ? "STATUSLOG" : "STATUSLOG -PREFIX", 1);
   int rc = trBegin(full, 0);
   if (result != nullptr) snprintf(result, trMaxActualName, "%s", full);

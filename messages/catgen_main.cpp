@@ -3,13 +3,15 @@
 //   qmx_catgen <source.msg> <output.src> [<reference.msg>]
 //
 // With a reference (the English source), every message of the source must
-// exist there with the same severity and inserts.  Exit status 0, or 1
-// with the problems on standard error.
+// exist there with the same severity and inserts.  Exit status
+// CATGEN_EXIT_OK, or CATGEN_EXIT_FAILED with the problems on standard error
+// (messages/msg_status.h).
 #include <cstdio>
 #include <fstream>
 #include <sstream>
 
 #include "messages/catgen.h"
+#include "messages/msg_status.h"
 
 namespace {
 
@@ -41,24 +43,24 @@ bool Load(const char* path, std::map<unsigned, catMessage_t>* msgs) {
 int main(int argc, char** argv) {
   if (argc != 3 && argc != 4) {
     fprintf(stderr, "usage: qmx_catgen <source.msg> <output.src> [<reference.msg>]\n");
-    return 1;
+    return CATGEN_EXIT_FAILED;
   }
   std::map<unsigned, catMessage_t> msgs;
-  if (!Load(argv[1], &msgs)) return 1;
+  if (!Load(argv[1], &msgs)) return CATGEN_EXIT_FAILED;
   if (argc == 4) {
     std::map<unsigned, catMessage_t> ref;
-    if (!Load(argv[3], &ref)) return 1;
+    if (!Load(argv[3], &ref)) return CATGEN_EXIT_FAILED;
     std::vector<std::string> errors;
     if (!catCheckAgainst(argv[1], msgs, ref, &errors)) {
       for (const std::string& e : errors) fprintf(stderr, "%s\n", e.c_str());
-      return 1;
+      return CATGEN_EXIT_FAILED;
     }
   }
   std::string out = catWriteCompilerInput(argv[1], msgs);
   std::ofstream o(argv[2], std::ios::binary | std::ios::trunc);
   if (!o || !(o << out) || !o.flush()) {
     fprintf(stderr, "qmx_catgen: cannot write %s\n", argv[2]);
-    return 1;
+    return CATGEN_EXIT_FAILED;
   }
-  return 0;
+  return CATGEN_EXIT_OK;
 }

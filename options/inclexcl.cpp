@@ -20,27 +20,27 @@ void inclExclList::clear(int source) {
 }
 
 int inclExclList::add(int type, int objKind, const char* value, int source) {
-  if (value == nullptr) return OPT_RC_BADOPT;
+  if (value == nullptr) return PS_RC_BADVALUE;
   std::vector<char> pattern(strlen(value) + 1);
   const char* rest = nullptr;
   int rc = optGetToken(value, pattern.data(), pattern.size(), &rest);
   if (rc != 0) return rc;
-  if (pattern[0] == '\0') return OPT_RC_BADOPT;
+  if (pattern[0] == '\0') return PS_RC_BADVALUE;
   while (isspace(static_cast<unsigned char>(*rest))) ++rest;
   inclExclRule_t rule{type, objKind, pattern.data(), "", source};
   if (*rest != '\0') {
     // Only include rules bind a management class; nothing may follow it.
-    if (type != 1) return OPT_RC_BADOPT;
+    if (type != 1) return PS_RC_BADVALUE;
     std::vector<char> mc(strlen(rest) + 1);
     const char* after = nullptr;
     rc = optGetToken(rest, mc.data(), mc.size(), &after);
     if (rc != 0) return rc;
     while (isspace(static_cast<unsigned char>(*after))) ++after;
-    if (*after != '\0') return OPT_RC_BADOPT;
+    if (*after != '\0') return PS_RC_BADVALUE;
     for (char* p = mc.data(); *p; ++p)
       *p = static_cast<char>(toupper(static_cast<unsigned char>(*p)));
     rule.mgmtClass = mc.data();
   }
   rules_.push_back(std::move(rule));
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }

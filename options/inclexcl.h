@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "options/opt_status.h"
+
 struct inclExclRule_t {
   int type;               // 1 include, 2 exclude
   int objKind;            // optObjKind_e: what the rule applies to
@@ -20,8 +22,8 @@ class inclExclList {
  public:
   // Adds the rule of option row |type|/|objKind| with value |value|: a
   // quoted or plain pattern, for include rules optionally followed by a
-  // management class.  Returns 0, 400 (empty pattern, excess words) or 402
-  // (unclosed quote).
+  // management class.  Returns 0, PS_RC_BADVALUE (empty pattern, excess
+  // words) or PS_RC_QUOTE (unclosed quote).
   int add(int type, int objKind, const char* value, int source);
   // Sets the wildcard characters (any string, one character).
   void setSpecialChars(char anyString, char oneChar);

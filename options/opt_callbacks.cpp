@@ -29,10 +29,10 @@ int wholeToken(const char* value, std::string* out) {
   std::vector<char> buf(strlen(value) + 1);
   const char* rest = nullptr;
   int rc = optGetToken(value, buf.data(), buf.size(), &rest);
-  if (rc != OPT_RC_OK) return rc;
-  if (*skipBlanks(rest) != '\0') return OPT_RC_BADOPT;
+  if (rc != PS_RC_OK) return rc;
+  if (*skipBlanks(rest) != '\0') return PS_RC_BADVALUE;
   *out = buf.data();
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 bool isSignedStorage(int st) {
@@ -78,39 +78,39 @@ bool fitsUnsigned(int storage, uint64_t v) {
 // Parses a number of the row's signedness and checks it against [low, high]
 // and against what the storage can hold.
 int parseRanged(const optionEntry* row, const char* text, uint64_t* out) {
-  if (row->storage > ST_U64) return OPT_RC_BADOPT;
+  if (row->storage > ST_U64) return PS_RC_BADVALUE;
   if (isSignedStorage(row->storage)) {
     int64_t v = 0;
-    if (optParseSigned(text, &v) != 0) return OPT_RC_BADOPT;
-    if (v < row->low || v > static_cast<int64_t>(row->high)) return OPT_RC_BADOPT;
-    if (!fitsSigned(row->storage, v)) return OPT_RC_BADOPT;
+    if (optParseSigned(text, &v) != 0) return PS_RC_BADVALUE;
+    if (v < row->low || v > static_cast<int64_t>(row->high)) return PS_RC_BADVALUE;
+    if (!fitsSigned(row->storage, v)) return PS_RC_BADVALUE;
     *out = static_cast<uint64_t>(v);
   } else {
     uint64_t v = 0;
-    if (optParseUnsigned(text, &v) != 0) return OPT_RC_BADOPT;
-    if (v < static_cast<uint64_t>(row->low) || v > row->high) return OPT_RC_BADOPT;
-    if (!fitsUnsigned(row->storage, v)) return OPT_RC_BADOPT;
+    if (optParseUnsigned(text, &v) != 0) return PS_RC_BADVALUE;
+    if (v < static_cast<uint64_t>(row->low) || v > row->high) return PS_RC_BADVALUE;
+    if (!fitsUnsigned(row->storage, v)) return PS_RC_BADVALUE;
     *out = v;
   }
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 // Stores text into a fixed (7) or heap (8) field.
 int storeText(void* f, const optionEntry* row, const std::string& text) {
   if (row->storage == ST_TEXT) {
-    if (text.size() >= row->size) return OPT_RC_BADOPT;
+    if (text.size() >= row->size) return PS_RC_BADVALUE;
     memcpy(f, text.c_str(), text.size() + 1);
-    return OPT_RC_OK;
+    return PS_RC_OK;
   }
   if (row->storage == ST_HEAP) {
     char* copy = strdup(text.c_str());
-    if (copy == nullptr) return OPT_RC_NOMEM;
+    if (copy == nullptr) return PS_RC_NOMEM;
     char** p = static_cast<char**>(f);
     free(*p);
     *p = copy;
-    return OPT_RC_OK;
+    return PS_RC_OK;
   }
-  return OPT_RC_BADOPT;
+  return PS_RC_BADVALUE;
 }
 
 std::string caseFor(const optionEntry* row, std::string s) {
@@ -125,28 +125,28 @@ int parseDate(const char* s, unsigned char* out) {
   char tail = 0;
   if (sscanf(s, "%d/%d/%d%c", &m, &d, &y, &tail) != 3 &&
       sscanf(s, "%d-%d-%d%c", &y, &m, &d, &tail) != 3)
-    return OPT_RC_BADOPT;
+    return PS_RC_BADVALUE;
   static const int days[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  if (y < 1900 || y > 9999 || m < 1 || m > 12 || d < 1 || d > days[m - 1]) return OPT_RC_BADOPT;
+  if (y < 1900 || y > 9999 || m < 1 || m > 12 || d < 1 || d > days[m - 1]) return PS_RC_BADVALUE;
   bool leap = (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
-  if (m == 2 && d == 29 && !leap) return OPT_RC_BADOPT;
+  if (m == 2 && d == 29 && !leap) return PS_RC_BADVALUE;
   out[0] = static_cast<unsigned char>(y & 0xFF);
   out[1] = static_cast<unsigned char>(y >> 8);
   out[2] = static_cast<unsigned char>(m);
   out[3] = static_cast<unsigned char>(d);
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 int parseTime(const char* s, unsigned char* out) {
   int h = 0, mi = 0, se = 0;
   char tail = 0;
   int n = sscanf(s, "%d:%d:%d%c", &h, &mi, &se, &tail);
-  if (n != 2 && n != 3) return OPT_RC_BADOPT;
-  if (h < 0 || h > 23 || mi < 0 || mi > 59 || se < 0 || se > 59) return OPT_RC_BADOPT;
+  if (n != 2 && n != 3) return PS_RC_BADVALUE;
+  if (h < 0 || h > 23 || mi < 0 || mi > 59 || se < 0 || se > 59) return PS_RC_BADVALUE;
   out[4] = static_cast<unsigned char>(h);
   out[5] = static_cast<unsigned char>(mi);
   out[6] = static_cast<unsigned char>(se);
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 optStringList* listOf(void* f) {
@@ -162,11 +162,11 @@ int splitTokens(const char* value, std::vector<std::string>* out) {
   while (*p) {
     const char* rest = nullptr;
     int rc = optGetToken(p, buf.data(), buf.size(), &rest);
-    if (rc != OPT_RC_OK) return rc;
+    if (rc != PS_RC_OK) return rc;
     if (buf[0] != '\0') out->push_back(buf.data());
     p = skipBlanks(rest);
   }
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 }  // namespace
@@ -185,7 +185,7 @@ int optGetToken(const char* text, char* out, size_t outSize, const char** rest) 
     while (*p && *p != q) put(*p++);
     if (*p != q) {
       if (outSize) out[n] = '\0';
-      return OPT_RC_QUOTE;
+      return PS_RC_QUOTE;
     }
     ++p;
   } else {
@@ -193,30 +193,30 @@ int optGetToken(const char* text, char* out, size_t outSize, const char** rest) 
   }
   if (outSize) out[n] = '\0';
   if (rest) *rest = p;
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 int optParseSigned(const char* text, int64_t* out) {
   const char* p = skipBlanks(text);
-  if (*p == '\0') return OPT_RC_BADOPT;
+  if (*p == '\0') return PS_RC_BADVALUE;
   errno = 0;
   char* end = nullptr;
   long long v = strtoll(p, &end, 0);
-  if (end == p || errno == ERANGE || *skipBlanks(end) != '\0') return OPT_RC_BADOPT;
+  if (end == p || errno == ERANGE || *skipBlanks(end) != '\0') return PS_RC_BADVALUE;
   *out = v;
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 int optParseUnsigned(const char* text, uint64_t* out) {
   const char* p = skipBlanks(text);
   // strtoull accepts a sign and negates; a user's "-1" is not a count.
-  if (*p == '\0' || *p == '-' || *p == '+') return OPT_RC_BADOPT;
+  if (*p == '\0' || *p == '-' || *p == '+') return PS_RC_BADVALUE;
   errno = 0;
   char* end = nullptr;
   unsigned long long v = strtoull(p, &end, 0);
-  if (end == p || errno == ERANGE || *skipBlanks(end) != '\0') return OPT_RC_BADOPT;
+  if (end == p || errno == ERANGE || *skipBlanks(end) != '\0') return PS_RC_BADVALUE;
   *out = v;
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 // ---------------------------------------------------------------------------
@@ -225,28 +225,28 @@ int optGeneralCallback(optionObject* opts, const optionEntry* row, const char* v
                        const char* name, int apply) {
   (void)name;
   void* f = opts->fieldOf(row);
-  if (f == nullptr && row->parseKind != PK_INCLEXCL) return OPT_RC_BADOPT;
+  if (f == nullptr && row->parseKind != PK_INCLEXCL) return PS_RC_BADVALUE;
   std::string tok;
-  int rc = OPT_RC_OK;
+  int rc = PS_RC_OK;
   switch (row->parseKind) {
     case PK_TEXT: {
       if (row->storage == ST_DATE) {
         unsigned char d[7];
         memcpy(d, f, 7);
         rc = row->valueForm == VF_TIME ? parseTime(value, d) : parseDate(value, d);
-        if (rc == OPT_RC_OK && apply) memcpy(f, d, 7);
+        if (rc == PS_RC_OK && apply) memcpy(f, d, 7);
         return rc;
       }
       std::string text = caseFor(row, value);
-      if (row->storage == ST_TEXT && text.size() >= row->size) return OPT_RC_BADOPT;
-      return apply ? storeText(f, row, text) : OPT_RC_OK;
+      if (row->storage == ST_TEXT && text.size() >= row->size) return PS_RC_BADVALUE;
+      return apply ? storeText(f, row, text) : PS_RC_OK;
     }
     case PK_YESNO:
     case PK_FLAG: {
       int v = static_cast<int>(row->low);
       if (*value != '\0') {
-        if ((rc = wholeToken(value, &tok)) != OPT_RC_OK) return rc;
-        if (optReadToggle(tok.c_str(), static_cast<int>(row->low), &v) != 0) return OPT_RC_BADOPT;
+        if ((rc = wholeToken(value, &tok)) != PS_RC_OK) return rc;
+        if (optReadToggle(tok.c_str(), static_cast<int>(row->low), &v) != 0) return PS_RC_BADVALUE;
       }
       if (apply) {
         if (row->storage == ST_YESNO)
@@ -254,7 +254,7 @@ int optGeneralCallback(optionObject* opts, const optionEntry* row, const char* v
         else
           storeNumber(f, row->storage, static_cast<uint64_t>(v));
       }
-      return OPT_RC_OK;
+      return PS_RC_OK;
     }
     case PK_SWITCH: {
       // Without a value the switch stands for itself ("low"); a value (yes
@@ -262,28 +262,28 @@ int optGeneralCallback(optionObject* opts, const optionEntry* row, const char* v
       int v = static_cast<int>(row->low);
       if (*value != '\0') {
         int mode = opts->optGetValidMode();
-        if (mode != optSrcSystem && mode != optSrcUser) return OPT_RC_BADOPT;
-        if ((rc = wholeToken(value, &tok)) != OPT_RC_OK) return rc;
+        if (mode != optSrcSystem && mode != optSrcUser) return PS_RC_BADVALUE;
+        if ((rc = wholeToken(value, &tok)) != PS_RC_OK) return rc;
         int yes = 0;
-        if (optReadToggle(tok.c_str(), 1, &yes) != 0) return OPT_RC_BADOPT;
+        if (optReadToggle(tok.c_str(), 1, &yes) != 0) return PS_RC_BADVALUE;
         v = yes ? static_cast<int>(row->low) : static_cast<int>(row->high);
       }
       if (apply) storeNumber(f, row->storage, static_cast<uint64_t>(v));
-      return OPT_RC_OK;
+      return PS_RC_OK;
     }
     case PK_TOKEN: {
-      if ((rc = wholeToken(value, &tok)) != OPT_RC_OK) return rc;
+      if ((rc = wholeToken(value, &tok)) != PS_RC_OK) return rc;
       if (tok.size() < static_cast<uint64_t>(row->low) || tok.size() > row->high)
-        return OPT_RC_BADOPT;
+        return PS_RC_BADVALUE;
       tok = caseFor(row, tok);
-      if (row->storage == ST_TEXT && tok.size() >= row->size) return OPT_RC_BADOPT;
-      return apply ? storeText(f, row, tok) : OPT_RC_OK;
+      if (row->storage == ST_TEXT && tok.size() >= row->size) return PS_RC_BADVALUE;
+      return apply ? storeText(f, row, tok) : PS_RC_OK;
     }
     case PK_NUMBER: {
       uint64_t v = 0;
-      if ((rc = parseRanged(row, value, &v)) != OPT_RC_OK) return rc;
+      if ((rc = parseRanged(row, value, &v)) != PS_RC_OK) return rc;
       if (apply) storeNumber(f, row->storage, v);
-      return OPT_RC_OK;
+      return PS_RC_OK;
     }
     case PK_INCLEXCL: {
       inclExclList scratch;
@@ -292,15 +292,15 @@ int optGeneralCallback(optionObject* opts, const optionEntry* row, const char* v
                       opts->optGetValidMode());
     }
     case PK_KEYWORD: {
-      if ((rc = wholeToken(value, &tok)) != OPT_RC_OK) return rc;
+      if ((rc = wholeToken(value, &tok)) != PS_RC_OK) return rc;
       int i = optFindKeyword(row->keywords, tok.c_str());
-      if (i < 0) return OPT_RC_BADOPT;
+      if (i < 0) return PS_RC_BADVALUE;
       if (apply) storeNumber(f, row->storage, static_cast<uint64_t>(row->keywords[i].value));
-      return OPT_RC_OK;
+      return PS_RC_OK;
     }
     default:
       // Own-callback rows (12) and unknown kinds have nothing to parse here.
-      return OPT_RC_BADOPT;
+      return PS_RC_BADVALUE;
   }
 }
 
@@ -309,14 +309,14 @@ int optListCallback(optionObject* opts, const optionEntry* row, const char* valu
   (void)name;
   std::vector<std::string> items;
   int rc = splitTokens(value, &items);
-  if (rc != OPT_RC_OK) return rc;
-  if (items.empty()) return OPT_RC_BADOPT;
-  if (!apply) return OPT_RC_OK;
+  if (rc != PS_RC_OK) return rc;
+  if (items.empty()) return PS_RC_BADVALUE;
+  if (!apply) return PS_RC_OK;
   optStringList* list = listOf(opts->fieldOf(row));
-  if (list == nullptr) return OPT_RC_NOMEM;
+  if (list == nullptr) return PS_RC_NOMEM;
   bool keep = row->valueForm == VF_KEEPCASE;
   for (std::string& s : items) list->add(caseFor(row, s), keep);
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 int optNodeNameCallback(optionObject* opts, const optionEntry* row, const char* value,
@@ -324,13 +324,13 @@ int optNodeNameCallback(optionObject* opts, const optionEntry* row, const char* 
   (void)name;
   std::string tok;
   int rc = wholeToken(value, &tok);
-  if (rc != OPT_RC_OK) return rc;
-  if (tok.size() < static_cast<uint64_t>(row->low) || tok.size() > row->high) return OPT_RC_BADOPT;
+  if (rc != PS_RC_OK) return rc;
+  if (tok.size() < static_cast<uint64_t>(row->low) || tok.size() > row->high) return PS_RC_BADVALUE;
   for (char c : tok) {
-    if (isBlank(c) || !isprint(static_cast<unsigned char>(c))) return OPT_RC_BADOPT;
+    if (isBlank(c) || !isprint(static_cast<unsigned char>(c))) return PS_RC_BADVALUE;
   }
   optUpper(tok.data());
-  return apply ? storeText(opts->fieldOf(row), row, tok) : OPT_RC_OK;
+  return apply ? storeText(opts->fieldOf(row), row, tok) : PS_RC_OK;
 }
 
 int optLogNameCallback(optionObject* opts, const optionEntry* row, const char* value,
@@ -338,8 +338,8 @@ int optLogNameCallback(optionObject* opts, const optionEntry* row, const char* v
   (void)name;
   std::string tok;
   int rc = wholeToken(value, &tok);
-  if (rc != OPT_RC_OK) return rc;
-  if (tok.empty() || tok.size() > row->high) return OPT_RC_BADOPT;
+  if (rc != PS_RC_OK) return rc;
+  if (tok.empty() || tok.size() > row->high) return PS_RC_BADVALUE;
   // A relative error-log name lives in the log directory; the schedule and
   // audit names keep what was written and get their prepared full names
   // after success.  "/" alone is start-up's "default name here" marker.
@@ -347,11 +347,11 @@ int optLogNameCallback(optionObject* opts, const optionEntry* row, const char* v
   if (row->id == OPT_ERRORLOGNAME && tok[0] != '/') {
     char buf[optPathSize];
     if (optBuildFullName(opts->logDir, tok.c_str(), '/', buf, sizeof(buf)) == nullptr)
-      return OPT_RC_BADOPT;
+      return PS_RC_BADVALUE;
     full = buf;
   }
-  if (full.size() >= row->size) return OPT_RC_BADOPT;
-  return apply ? storeText(opts->fieldOf(row), row, full) : OPT_RC_OK;
+  if (full.size() >= row->size) return PS_RC_BADVALUE;
+  return apply ? storeText(opts->fieldOf(row), row, full) : PS_RC_OK;
 }
 
 int optLogRetentionCallback(optionObject* opts, const optionEntry* row, const char* value,
@@ -365,13 +365,13 @@ int optLogRetentionCallback(optionObject* opts, const optionEntry* row, const ch
   }
   std::vector<std::string> words;
   int rc = splitTokens(text.c_str(), &words);
-  if (rc != OPT_RC_OK) return rc;
-  if (words.empty() || words.size() > 2) return OPT_RC_BADOPT;
+  if (rc != PS_RC_OK) return rc;
+  if (words.empty() || words.size() > 2) return PS_RC_BADVALUE;
   uint64_t days = 0;
   optUpper(words[0].data());
   if (words[0] == "N") {
     days = 10000;
-  } else if ((rc = parseRanged(row, words[0].c_str(), &days)) != OPT_RC_OK) {
+  } else if ((rc = parseRanged(row, words[0].c_str(), &days)) != PS_RC_OK) {
     return rc;
   }
   int save = 0;
@@ -380,15 +380,15 @@ int optLogRetentionCallback(optionObject* opts, const optionEntry* row, const ch
     if (words[1] == "S")
       save = 1;
     else if (words[1] != "D")
-      return OPT_RC_BADOPT;
+      return PS_RC_BADVALUE;
   }
-  if (!apply) return OPT_RC_OK;
+  if (!apply) return PS_RC_OK;
   storeNumber(opts->fieldOf(row), row->storage, days);
   if (row->id == OPT_ERRORLOGRETENTION)
     opts->errorLogRetentionSave = save;
   else
     opts->schedLogRetentionSave = save;
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 int optCommMethodCallback(optionObject* opts, const optionEntry* row, const char* value,
@@ -396,12 +396,12 @@ int optCommMethodCallback(optionObject* opts, const optionEntry* row, const char
   (void)name;
   std::string tok;
   int rc = wholeToken(value, &tok);
-  if (rc != OPT_RC_OK) return rc;
+  if (rc != PS_RC_OK) return rc;
   int i = optFindKeyword(row->keywords, tok.c_str());
-  if (i < 0) return OPT_RC_BADOPT;
+  if (i < 0) return PS_RC_BADVALUE;
   if (apply)
     storeNumber(opts->fieldOf(row), row->storage, static_cast<uint64_t>(row->keywords[i].value));
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 // Buffer and window sizes are written in kilobytes and kept in bytes.
@@ -409,9 +409,9 @@ static int kilobytesToBytes(optionObject* opts, const optionEntry* row, const ch
                             int apply) {
   uint64_t kb = 0;
   int rc = parseRanged(row, value, &kb);
-  if (rc != OPT_RC_OK) return rc;
+  if (rc != PS_RC_OK) return rc;
   if (apply) storeNumber(opts->fieldOf(row), row->storage, kb * 1024);
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 int optTcpBuffSizeCallback(optionObject* opts, const optionEntry* row, const char* value,
@@ -441,20 +441,20 @@ int optUnitNumberCallback(optionObject* opts, const optionEntry* row, const char
     }
   }
   uint64_t n = 0;
-  if (text.empty() || optParseUnsigned(text.c_str(), &n) != 0) return OPT_RC_BADOPT;
-  if (n > UINT32_MAX) return OPT_RC_BADOPT;
+  if (text.empty() || optParseUnsigned(text.c_str(), &n) != 0) return PS_RC_BADVALUE;
+  if (n > UINT32_MAX) return PS_RC_BADVALUE;
   uint64_t kb = n * factor;
-  if (kb < static_cast<uint64_t>(row->low) || kb > row->high) return OPT_RC_BADOPT;
+  if (kb < static_cast<uint64_t>(row->low) || kb > row->high) return PS_RC_BADVALUE;
   if (apply) storeNumber(opts->fieldOf(row), row->storage, n);
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 static int formatNumber(optionObject* opts, const optionEntry* row, const char* value, int apply) {
   uint64_t v = 0;
   int rc = parseRanged(row, value, &v);
-  if (rc != OPT_RC_OK) return rc;
+  if (rc != PS_RC_OK) return rc;
   if (apply) storeNumber(opts->fieldOf(row), row->storage, v);
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 int optDateFormatCallback(optionObject* opts, const optionEntry* row, const char* value,
@@ -481,17 +481,17 @@ int optLanguageCallback(optionObject* opts, const optionEntry* row, const char* 
   // A locale name such as EN_US, DE_DE or en_US.UTF-8, kept upper-cased.
   std::string tok;
   int rc = wholeToken(value, &tok);
-  if (rc != OPT_RC_OK) return rc;
-  if (tok.size() < static_cast<uint64_t>(row->low) || tok.size() > row->high) return OPT_RC_BADOPT;
+  if (rc != PS_RC_OK) return rc;
+  if (tok.size() < static_cast<uint64_t>(row->low) || tok.size() > row->high) return PS_RC_BADVALUE;
   for (char c : tok) {
     if (!isalnum(static_cast<unsigned char>(c)) && c != '_' && c != '.' && c != '-' && c != '@')
-      return OPT_RC_BADOPT;
+      return PS_RC_BADVALUE;
   }
   optUpper(tok.data());
-  if (!apply) return OPT_RC_OK;
+  if (!apply) return PS_RC_OK;
   rc = storeText(opts->fieldOf(row), row, tok);
   // The message system opens its national catalogue in this language.
-  if (rc == OPT_RC_OK) nlSetLocale(tok.c_str());
+  if (rc == PS_RC_OK) nlSetLocale(tok.c_str());
   return rc;
 }
 
@@ -500,15 +500,15 @@ int optVirtualMountPointCallback(optionObject* opts, const optionEntry* row, con
   (void)name;
   std::string dir;
   int rc = wholeToken(value, &dir);
-  if (rc != OPT_RC_OK) return rc;
+  if (rc != PS_RC_OK) return rc;
   while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
   // One absolute directory below the root; the root is a file space anyway.
-  if (dir.size() < 2 || dir[0] != '/' || dir.size() >= optDirSize) return OPT_RC_BADOPT;
-  if (!apply) return OPT_RC_OK;
+  if (dir.size() < 2 || dir[0] != '/' || dir.size() >= optDirSize) return PS_RC_BADVALUE;
+  if (!apply) return PS_RC_OK;
   optStringList* list = listOf(opts->fieldOf(row));
-  if (list == nullptr) return OPT_RC_NOMEM;
+  if (list == nullptr) return PS_RC_NOMEM;
   list->add(dir);
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 int optInclExclCallback(optionObject* opts, const optionEntry* row, const char* value,
@@ -516,9 +516,9 @@ int optInclExclCallback(optionObject* opts, const optionEntry* row, const char* 
   (void)name;
   std::string file;
   int rc = wholeToken(value, &file);
-  if (rc != OPT_RC_OK) return rc;
-  if (file.empty() || file.size() >= optPathSize) return OPT_RC_BADOPT;
-  if (!apply) return OPT_RC_OK;
+  if (rc != PS_RC_OK) return rc;
+  if (file.empty() || file.size() >= optPathSize) return PS_RC_BADVALUE;
+  if (!apply) return PS_RC_OK;
   FILE* fp = fopen(file.c_str(), "r");
   if (fp == nullptr) {
     optSetError(&opts->lastError, OPT_RC_OPENFAIL, file.c_str(), "", 0, file.c_str());
@@ -530,11 +530,11 @@ int optInclExclCallback(optionObject* opts, const optionEntry* row, const char* 
   opts->optSetValidMode(optSrcIEFile);
   char line[optLineBufSize];
   unsigned lineNo = 0;
-  rc = OPT_RC_OK;
-  while (rc == OPT_RC_OK && utGetNextLine(fp, line, sizeof(line), &lineNo)) {
+  rc = PS_RC_OK;
+  while (rc == PS_RC_OK && utGetNextLine(fp, line, sizeof(line), &lineNo)) {
     std::string copy(line);
     rc = opts->optValidateOptionStr(line, lineNo, 1, opts->procMode());
-    if (rc != OPT_RC_OK) {
+    if (rc != PS_RC_OK) {
       char tokenBuf[optLineBufSize];
       optGetToken(copy.c_str(), tokenBuf, sizeof(tokenBuf), nullptr);
       optSetError(&opts->lastError, rc, tokenBuf, copy.c_str(), lineNo, file.c_str());
@@ -542,11 +542,11 @@ int optInclExclCallback(optionObject* opts, const optionEntry* row, const char* 
   }
   fclose(fp);
   opts->optSetValidMode(saved);
-  if (rc != OPT_RC_OK) return rc == OPT_RC_SOURCE ? OPT_RC_BADOPT : rc;
+  if (rc != PS_RC_OK) return rc == OPT_RC_SOURCE ? PS_RC_BADVALUE : rc;
   optStringList* list = listOf(opts->fieldOf(row));
-  if (list == nullptr) return OPT_RC_NOMEM;
+  if (list == nullptr) return PS_RC_NOMEM;
   list->add(file);
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 // ---------------------------------------------------------------------------
@@ -557,10 +557,10 @@ int optTraceFileCallback(optionObject* opts, const optionEntry* row, const char*
   (void)name;
   std::string file;
   int rc = wholeToken(value, &file);
-  if (rc != OPT_RC_OK) return rc;
-  if (file.empty() || file.size() >= row->size) return OPT_RC_BADOPT;
-  if (!apply) return OPT_RC_OK;
-  if (optTraceSetFileName(file.c_str()) != 0) return OPT_RC_BADOPT;
+  if (rc != PS_RC_OK) return rc;
+  if (file.empty() || file.size() >= row->size) return PS_RC_BADVALUE;
+  if (!apply) return PS_RC_OK;
+  if (optTraceSetFileName(file.c_str()) != 0) return PS_RC_BADVALUE;
   return storeText(opts->fieldOf(row), row, file);
 }
 
@@ -568,10 +568,10 @@ int optTraceFlagsCallback(optionObject* opts, const optionEntry* row, const char
                           const char* name, int apply) {
   (void)name;
   std::string flags(value);
-  if (flags.empty() || flags.size() >= row->size) return OPT_RC_BADOPT;
+  if (flags.empty() || flags.size() >= row->size) return PS_RC_BADVALUE;
   optUpper(flags.data());
-  if (!apply) return OPT_RC_OK;
-  if (optTraceEnable(flags.c_str()) != 0) return OPT_RC_BADOPT;
+  if (!apply) return PS_RC_OK;
+  if (optTraceEnable(flags.c_str()) != 0) return PS_RC_BADVALUE;
   return storeText(opts->fieldOf(row), row, flags);
 }
 
@@ -579,9 +579,9 @@ int optTestFlagsCallback(optionObject* opts, const optionEntry* row, const char*
                          const char* name, int apply) {
   (void)name;
   std::string flags(value);
-  if (flags.empty() || flags.size() >= row->size) return OPT_RC_BADOPT;
+  if (flags.empty() || flags.size() >= row->size) return PS_RC_BADVALUE;
   optUpper(flags.data());
-  if (!apply) return OPT_RC_OK;
-  if (optTraceTestFlags(flags.c_str()) != 0) return OPT_RC_BADOPT;
+  if (!apply) return PS_RC_OK;
+  if (optTraceTestFlags(flags.c_str()) != 0) return PS_RC_BADVALUE;
   return storeText(opts->fieldOf(row), row, flags);
 }

@@ -29,13 +29,13 @@ int optTraceFlagsCallback(optionObject*, const optionEntry*, const char*, const 
 int optTestFlagsCallback(optionObject*, const optionEntry*, const char*, const char*, int);
 
 // Parses one quoted or plain token from |text| into |out| (|outSize| bytes,
-// truncated to fit) and points |*rest| past it.  Returns 0, or 402 for an
-// unclosed quote.
+// truncated to fit) and points |*rest| past it.  Returns 0, or PS_RC_QUOTE
+// for an unclosed quote.
 int optGetToken(const char* text, char* out, size_t outSize, const char** rest);
 
 // Parses a whole number with decimal, octal ("0") or hexadecimal ("0x")
 // prefix; only blanks may follow.  Signed or unsigned 64-bit conversion.
-// Returns 0 or 400 (no digits, trailing characters, overflow).
+// Returns 0 or PS_RC_BADVALUE (no digits, trailing characters, overflow).
 int optParseSigned(const char* text, int64_t* out);
 int optParseUnsigned(const char* text, uint64_t* out);
 

@@ -112,5 +112,5 @@ int clientOptions::optEnvVarInit() {
   optBuildLogNames(this);
   TRACE_Fkt(__FILE__, __LINE__)(TR_CONFIG, "optEnvVarInit: option dir '%s', log dir '%s'\n", optDir,
                                 logDir);
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }

@@ -145,12 +145,12 @@ int clientOptions::optOpenUserOptionFile(const char* explicitName, FILE** fp, op
   }
   *fp = openReadable(name);
   if (*fp == nullptr) {
-    if (!mustExist) return OPT_RC_OK;
+    if (!mustExist) return PS_RC_OK;
     return optSetError(err, OPT_RC_OPENFAIL, name, "", 0, name);
   }
   snprintf(userOptFile, sizeof(userOptFile), "%s", name);
   userOptFileOpened = true;
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 int clientOptions::optOpenSystemOptionFile(const char* explicitName, FILE** fp, optError* err) {
@@ -172,7 +172,7 @@ int clientOptions::optOpenSystemOptionFile(const char* explicitName, FILE** fp, 
     return optSetError(err, OPT_RC_OPENFAIL, path, "", 0, path);
   }
   snprintf(sysOptFile, sizeof(sysOptFile), "%s", path);
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 // ---------------------------------------------------------------------------
@@ -180,11 +180,11 @@ int clientOptions::optOpenSystemOptionFile(const char* explicitName, FILE** fp, 
 int clientOptions::optProcessOptions(int store, const char* fileName, int mode, optError* err,
                                      int prescan) {
   TRACE_ENTER_EXIT("clientOptions::optProcessOptions");
-  if (err == nullptr) return OPT_RC_BADARG;
-  if (store < optStoreSingle || store > optStoreUpdate) return OPT_RC_BADARG;
+  if (err == nullptr) return PS_RC_BADARG;
+  if (store < optStoreSingle || store > optStoreUpdate) return PS_RC_BADARG;
   optClearError(err);
   int savedProc = setProcMode(mode);
-  int rc = OPT_RC_OK;
+  int rc = PS_RC_OK;
   FILE* fp = nullptr;
   switch (store) {
     case optStoreSingle:
@@ -192,7 +192,7 @@ int clientOptions::optProcessOptions(int store, const char* fileName, int mode, 
     case optStoreUpdate: {
       validMode_ = store == optStoreSingle ? optSrcStore0 : optSrcUser;
       rc = optOpenUserOptionFile(fileName, &fp, err);
-      if (rc != OPT_RC_OK) break;
+      if (rc != PS_RC_OK) break;
       if (store != optStoreUpdate && !prescan) {
         // A fresh read starts from the defaults (late rows keep theirs).
         setDefaults(0);
@@ -209,7 +209,7 @@ int clientOptions::optProcessOptions(int store, const char* fileName, int mode, 
     case optStoreSystem:
       validMode_ = optSrcSystem;
       rc = optOpenSystemOptionFile(fileName, &fp, err);
-      if (rc == OPT_RC_OK) rc = optProcSysOptions(fp, sysOptFile, err, prescan);
+      if (rc == PS_RC_OK) rc = optProcSysOptions(fp, sysOptFile, err, prescan);
       validMode_ = optSrcUser;
       break;
   }
@@ -218,7 +218,7 @@ int clientOptions::optProcessOptions(int store, const char* fileName, int mode, 
   TRACE_Fkt(__FILE__, __LINE__)(TR_CONFIG, "optProcessOptions: store %d%s, file '%s', rc %d\n",
                                 store, prescan ? " (pre-scan)" : "",
                                 store == optStoreSystem ? sysOptFile : userOptFile, rc);
-  if (rc != OPT_RC_OK) {
+  if (rc != PS_RC_OK) {
     err->rc = rc;
     lastError = *err;
   }
@@ -235,12 +235,12 @@ int clientOptions::optPrescanSysOptFile(const char* fileName, optError* err) {
 
 int clientOptions::optPrescanTrOpt(optError* err) {
   int rc = optPrescanOptFile(nullptr, err);
-  if (rc != OPT_RC_OK) return rc;
+  if (rc != PS_RC_OK) return rc;
   if (traceFile[0]) {
     rc = optTraceBegin(traceFile);
     if (rc != 0) return optSetError(err, rc, traceFile, "", 0, traceFile);
   }
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 // Validates one option line of an option file.  |where| names the file or
@@ -251,9 +251,9 @@ int clientOptions::validateLine(char* line, unsigned lineNo, const char* fileNam
   splitLine(line, &l);
   int id = optGetOptionId(l.name.c_str());
   if (id < 0 || id == OPT_END_ID)
-    return optSetError(err, OPT_RC_BADOPT, l.name.c_str(), l.original.c_str(), lineNo, fileName);
+    return optSetError(err, PS_RC_BADVALUE, l.name.c_str(), l.original.c_str(), lineNo, fileName);
   const optionEntry* row = optGetRow(id);
-  if (prescan && row != nullptr && row->late) return OPT_RC_OK;
+  if (prescan && row != nullptr && row->late) return PS_RC_OK;
   int apply = prescan ? isPrescanOption(id) : 1;
   int rc = optValidateOption2(l.value.c_str(), l.name.c_str(), lineNo, apply, procMode_, id);
   if (rc == OPT_RC_SOURCE) {
@@ -261,18 +261,18 @@ int clientOptions::validateLine(char* line, unsigned lineNo, const char* fileNam
       // The early pass of the system file refuses what the stanza may not
       // hold; the user file's full read reports it instead.
       if (validMode_ == optSrcSystem)
-        return optSetError(err, OPT_RC_BADOPT, l.name.c_str(), l.original.c_str(), lineNo,
+        return optSetError(err, PS_RC_BADVALUE, l.name.c_str(), l.original.c_str(), lineNo,
                            fileName);
-      return OPT_RC_OK;
+      return PS_RC_OK;
     }
     optMsgSourceNotAllowed(l.name.c_str(),
                            validMode_ == optSrcSystem && stanzaName[0] ? stanzaName : fileName,
                            lineNo);
-    return OPT_RC_OK;
+    return PS_RC_OK;
   }
-  if (rc != OPT_RC_OK)
+  if (rc != PS_RC_OK)
     return optSetError(err, rc, l.name.c_str(), l.original.c_str(), lineNo, fileName);
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 int clientOptions::optProcOptions(FILE* fp, const char* fileName, optError* err, int prescan) {
@@ -280,19 +280,19 @@ int clientOptions::optProcOptions(FILE* fp, const char* fileName, optError* err,
   unsigned lineNo = 0;
   while (utGetNextLine(fp, line, sizeof(line), &lineNo)) {
     int rc = validateLine(line, lineNo, fileName, err, prescan);
-    if (rc != OPT_RC_OK) return rc;
+    if (rc != PS_RC_OK) return rc;
   }
   // A file that cannot be read to its end (a directory, an I/O error) is as
   // good as one that cannot be opened.
   if (ferror(fp)) return optSetError(err, OPT_RC_OPENFAIL, fileName, "", lineNo, fileName);
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 int clientOptions::optProcSysOptions(FILE* fp, const char* fileName, optError* err, int prescan) {
   const optSharedTable& names = sharedTable();
   char line[optLineBufSize];
   unsigned lineNo = 0;
-  int rc = OPT_RC_OK;
+  int rc = PS_RC_OK;
 
   // 1. The prolog: lines before the first stanza.
   while (utGetNextLine(fp, line, sizeof(line), &lineNo) || ferror(fp)) {
@@ -302,13 +302,13 @@ int clientOptions::optProcSysOptions(FILE* fp, const char* fileName, optError* e
     if (names.optSTAbbrev(l.name.c_str(), OPT_SERVERNAME)) break;
     int id = optGetOptionId(l.name.c_str());
     if (id < 0 || id == OPT_END_ID)
-      return optSetError(err, OPT_RC_BADOPT, l.name.c_str(), l.original.c_str(), lineNo, fileName);
+      return optSetError(err, PS_RC_BADVALUE, l.name.c_str(), l.original.c_str(), lineNo, fileName);
     if (!isPrologOption(id))
       return optSetError(err, OPT_RC_NOSERVER, l.name.c_str(), l.original.c_str(), lineNo,
                          fileName);
     int apply = (!prescan || id == OPT_DEFAULTSERVER || id == OPT_MIGRATESERVER) ? 1 : 0;
     rc = optValidateOption2(l.value.c_str(), l.name.c_str(), lineNo, apply, procMode_, id);
-    if (rc != OPT_RC_OK)
+    if (rc != PS_RC_OK)
       return optSetError(err, rc, l.name.c_str(), l.original.c_str(), lineNo, fileName);
   }
 
@@ -328,11 +328,11 @@ int clientOptions::optProcSysOptions(FILE* fp, const char* fileName, optError* e
     splitLine(line, &l);
     if (!names.optSTAbbrev(l.name.c_str(), OPT_SERVERNAME)) continue;
     char stanza[optLineBufSize];
-    if (optGetToken(l.value.c_str(), stanza, sizeof(stanza), nullptr) != OPT_RC_OK)
-      return optSetError(err, OPT_RC_QUOTE, l.value.c_str(), l.original.c_str(), lineNo, fileName);
+    if (optGetToken(l.value.c_str(), stanza, sizeof(stanza), nullptr) != PS_RC_OK)
+      return optSetError(err, PS_RC_QUOTE, l.value.c_str(), l.original.c_str(), lineNo, fileName);
     optUpper(stanza);
     if (stanza[0] == '\0' || strlen(stanza) >= optServerNameSize)
-      return optSetError(err, OPT_RC_BADOPT, stanza, l.original.c_str(), lineNo, fileName);
+      return optSetError(err, PS_RC_BADVALUE, stanza, l.original.c_str(), lineNo, fileName);
     if (firstStanza) {
       // With no server named anywhere the first stanza serves; with no
       // migration server given, it is also the one files migrate to.
@@ -359,7 +359,7 @@ int clientOptions::optProcSysOptions(FILE* fp, const char* fileName, optError* e
     splitLine(line, &l);
     if (names.optSTAbbrev(l.name.c_str(), OPT_SERVERNAME)) break;
     rc = validateLine(line, lineNo, fileName, err, prescan);
-    if (rc != OPT_RC_OK) return rc;
+    if (rc != PS_RC_OK) return rc;
   }
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }

@@ -54,7 +54,7 @@ int optFindKeyword(const optKeyword_t* list, const char* token) {
 
 int optReadToggle(const char* token, int yesValue, int* result) {
   int i = optFindKeyword(kwYesNo, token);
-  if (i < 0) return OPT_RC_BADOPT;
+  if (i < 0) return PS_RC_BADVALUE;
   *result = kwYesNo[i].value ? yesValue : 0;
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }

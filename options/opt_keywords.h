@@ -32,7 +32,7 @@ int optFindKeyword(const optKeyword_t* list, const char* token);
 
 // The toggle reader: YES, ON, TRUE, 1 give |yesValue|; NO, OFF, FALSE, 0
 // give 0 (words may be abbreviated down to their shortest form).  Returns 0
-// and sets |*result|, or 400 for any other word.
+// and sets |*result|, or PS_RC_BADVALUE for any other word.
 int optReadToggle(const char* token, int yesValue, int* result);
 
 #endif  // QMX_OPTIONS_OPT_KEYWORDS_H_

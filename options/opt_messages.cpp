@@ -21,7 +21,7 @@ void optMsgFeatureMissing(const char* feature) {
 }
 
 void optMsgOpenFailed(const char* fileName) {
-  // Only traced here: the caller reports the failure as option error 406.
+  // Only traced here: the caller reports the failure as OPT_RC_OPENFAIL.
   if (!TR_CONFIG) return;
   char text[1024];
   if (nlapimsg(21301, text, sizeof(text), fileName) > 0)
@@ -29,15 +29,15 @@ void optMsgOpenFailed(const char* fileName) {
 }
 
 int ReportOptionError(const optError* err) {
-  if (err == nullptr) return OPT_RC_BADARG;
+  if (err == nullptr) return PS_RC_BADARG;
   const int line = static_cast<int>(err->lineNumber);
   switch (err->rc) {
-    case OPT_RC_OK:
+    case PS_RC_OK:
       break;
-    case OPT_RC_BADOPT:
+    case PS_RC_BADVALUE:
       nlprintf(1030, err->token, err->fileName, line, err->line);
       break;
-    case OPT_RC_QUOTE:
+    case PS_RC_QUOTE:
       nlprintf(1031, err->token, err->fileName, line, err->line);
       break;
     case OPT_RC_OPENFAIL:
@@ -49,10 +49,10 @@ int ReportOptionError(const optError* err) {
     case OPT_RC_NOSERVER:
       nlprintf(1034, err->token, err->fileName, line, err->line);
       break;
-    case OPT_RC_NOMEM:
+    case PS_RC_NOMEM:
       nlprintf(1035, err->token, err->fileName, line);
       break;
-    case OPT_RC_BADARG:
+    case PS_RC_BADARG:
       nlprintf(1036, err->token, err->fileName, line);
       break;
     default:

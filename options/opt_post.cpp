@@ -32,9 +32,9 @@ int clientOptions::optPostProcessOptions(optError* err) {
 
   // A log either wraps within its maximum size or is pruned by age.
   if (errorLogMax > 0 && errorLogRetention != 10000)
-    return optSetError(err, OPT_RC_BADOPT, "ERRORLOGRETENTION", "ERRORLOGMAX", 0, "");
+    return optSetError(err, PS_RC_BADVALUE, "ERRORLOGRETENTION", "ERRORLOGMAX", 0, "");
   if (schedLogMax > 0 && schedLogRetention != 10000)
-    return optSetError(err, OPT_RC_BADOPT, "SCHEDLOGRETENTION", "SCHEDLOGMAX", 0, "");
+    return optSetError(err, PS_RC_BADVALUE, "SCHEDLOGRETENTION", "SCHEDLOGMAX", 0, "");
 
   // Features asked for that this platform lacks are switched off with a
   // message; the command goes on without them.
@@ -46,7 +46,7 @@ int clientOptions::optPostProcessOptions(optError* err) {
     optMsgFeatureMissing("SUBFILE");
     subfileBackup = 0;
   }
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 int clientOptions::optCheckUser() const {
@@ -78,7 +78,7 @@ int clientOptions::optCheckUser() const {
         return OPT_RC_USERALLOWED;
     }
   }
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 void clientOptions::optDisplayToTrace() const {

@@ -1,24 +1,13 @@
 // Types shared by the option tables, the options object and the option-file
-// readers: table rows, column codes, the error record and return codes.
+// readers: table rows, column codes and the error record.  The return codes
+// are in options/opt_status.h.
 #ifndef QMX_OPTIONS_OPT_TYPES_H_
 #define QMX_OPTIONS_OPT_TYPES_H_
 
 #include <cstddef>
 #include <cstdint>
 
-// Return codes of the option layer (0 = success).
-enum : int {
-  OPT_RC_OK = 0,
-  OPT_RC_NOMEM = 102,        // out of memory
-  OPT_RC_BADARG = 109,       // missing argument or unknown option store
-  OPT_RC_BADOPT = 400,       // unknown option, bad value, out of range ...
-  OPT_RC_QUOTE = 402,        // unbalanced quote
-  OPT_RC_USERALLOWED = 403,  // optCheckUser: the caller may run the command
-  OPT_RC_OPENFAIL = 406,     // option file cannot be opened
-  OPT_RC_NOSTANZA = 409,     // server stanza not in the system option file
-  OPT_RC_NOSERVER = 410,     // option before the first SERVERNAME line
-  OPT_RC_SOURCE = 429,       // option not allowed in this source
-};
+#include "options/opt_status.h"
 
 // Option identifiers: 16 bits; 999 ends both tables and means "unknown".
 constexpr uint16_t OPT_END_ID = 999;

@@ -117,9 +117,9 @@ uint8_t optionObject::optGetSourceEntry(int id) const {
 }
 
 int optionObject::optSetValidMode(int mode) {
-  if (mode != optModeCommandLine && (mode & 0x3F) == 0) return OPT_RC_BADARG;
+  if (mode != optModeCommandLine && (mode & 0x3F) == 0) return PS_RC_BADARG;
   validMode_ = mode;
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 void optionObject::optSetClientType(cliType_t type) {
@@ -202,7 +202,7 @@ void optionObject::setDefaults(int full) {
 
 int optionObject::optValidateOption(const char* value, const char* name, unsigned lineNo, int apply,
                                     int mode) {
-  if (name == nullptr || *name == '\0') return OPT_RC_BADOPT;
+  if (name == nullptr || *name == '\0') return PS_RC_BADVALUE;
   int id = names_.optSTStringToId(name);
   return optValidateOption2(value, name, lineNo, apply, mode, id);
 }
@@ -217,7 +217,7 @@ int optionObject::optValidateOptionCL(const char* value, const char* name, unsig
 }
 
 int optionObject::optValidateOptionStr(const char* line, unsigned lineNo, int apply, int mode) {
-  if (line == nullptr) return OPT_RC_BADARG;
+  if (line == nullptr) return PS_RC_BADARG;
   std::string buf(line);
   char* text = buf.data();
   optTrim(text);
@@ -241,7 +241,7 @@ int optionObject::optValidateAnyOptionStr(const char* line, unsigned lineNo, int
 int optionObject::optValidateOption2(const char* value, const char* name, unsigned lineNo,
                                      int apply, int mode, int id) {
   (void)lineNo;
-  if (name == nullptr || *name == '\0' || id < 0 || id == OPT_END_ID) return OPT_RC_BADOPT;
+  if (name == nullptr || *name == '\0' || id < 0 || id == OPT_END_ID) return PS_RC_BADVALUE;
   int savedMode = setProcMode(mode);
   struct Restore {
     optionObject* o;
@@ -253,33 +253,33 @@ int optionObject::optValidateOption2(const char* value, const char* name, unsign
   if ((id == OPT_NODENAME && nodeNameLocked) || (id == OPT_SERVERNAME && serverNameLocked) ||
       (id == OPT_OPTFILE && userOptFileOpened) ||
       (id == OPT_ENABLELANFREE && !(platformSupport & optSupLanFree)))
-    return OPT_RC_OK;
+    return PS_RC_OK;
 
   const optionEntry* row = optGetRow(id);
   if (row == nullptr) {
     optMsgTableMismatch(name);
-    return OPT_RC_BADOPT;
+    return PS_RC_BADVALUE;
   }
-  if ((row->featureMask & featureWord_) == 0) return OPT_RC_OK;
+  if ((row->featureMask & featureWord_) == 0) return PS_RC_OK;
   if ((row->sources & validMode_) == 0) return OPT_RC_SOURCE;
   if (clientType_ < 0 || clientType_ > 15 || (row->clientTypes & (1u << clientType_)) == 0)
-    return OPT_RC_OK;
+    return PS_RC_OK;
 
   std::string text(value ? value : "");
   optTrim(text.data());
   text.resize(strlen(text.c_str()));
-  if (!text.empty() && row->valueForm == VF_NOVALUE) return OPT_RC_BADOPT;
+  if (!text.empty() && row->valueForm == VF_NOVALUE) return PS_RC_BADVALUE;
   if (text.empty() && row->parseKind != PK_SWITCH && row->parseKind != PK_FLAG &&
       row->valueForm != VF_NOVALUE)
-    return OPT_RC_BADOPT;
+    return PS_RC_BADVALUE;
 
   // Refusals that depend on what the platform offers.
-  if (id == OPT_IMAGEGAPSIZE && !(platformSupport & optSupImage)) return OPT_RC_BADOPT;
-  if (isSnapshotOption(id) && !(platformSupport & optSupSnapshot)) return OPT_RC_BADOPT;
+  if (id == OPT_IMAGEGAPSIZE && !(platformSupport & optSupImage)) return PS_RC_BADVALUE;
+  if (isSnapshotOption(id) && !(platformSupport & optSupSnapshot)) return PS_RC_BADVALUE;
 
-  if (row->callback == nullptr) return OPT_RC_BADOPT;
+  if (row->callback == nullptr) return PS_RC_BADVALUE;
   int rc = row->callback(this, row, text.c_str(), name, apply);
-  if (rc != OPT_RC_OK || !apply) return rc;
+  if (rc != PS_RC_OK || !apply) return rc;
   setBy_[id] = static_cast<uint8_t>(setBy_[id] | validMode_);
 
   optFields_t* f = fields_;
@@ -306,7 +306,7 @@ int optionObject::optValidateOption2(const char* value, const char* name, unsign
     default:
       break;
   }
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 // ---------------------------------------------------------------------------
@@ -332,11 +332,11 @@ int optionObject::copyValues(const optionObject& src) {
     if (f == nullptr) continue;
     if (r.storage == ST_HEAP) {
       char** p = static_cast<char**>(f);
-      if (*p != nullptr && (*p = strdup(*p)) == nullptr) return OPT_RC_NOMEM;
+      if (*p != nullptr && (*p = strdup(*p)) == nullptr) return PS_RC_NOMEM;
     } else if (r.storage == ST_LIST) {
       optStringList** p = static_cast<optStringList**>(f);
       if (*p != nullptr && (*p = new (std::nothrow) optStringList(**p)) == nullptr)
-        return OPT_RC_NOMEM;
+        return PS_RC_NOMEM;
     }
   }
   if (setBy_ != nullptr && src.setBy_ != nullptr && rowSlots_ == src.rowSlots_)
@@ -361,13 +361,13 @@ int optionObject::copyValues(const optionObject& src) {
   schedLogRetentionSave = src.schedLogRetentionSave;
   validMode_ = src.validMode_;
   featureWord_ = src.featureWord_;
-  return OPT_RC_OK;
+  return PS_RC_OK;
 }
 
 clientOptions* clientOptions::ouCreateShadowOpts(const clientOptions& src) {
   clientOptions* copy = new (std::nothrow) clientOptions(src.optGetClientType());
   if (copy == nullptr) return nullptr;
-  if (!copy->constructed() || copy->copyValues(src) != OPT_RC_OK) {
+  if (!copy->constructed() || copy->copyValues(src) != PS_RC_OK) {
     delete copy;
     return nullptr;
   }
@@ -392,7 +392,7 @@ void optSetThreadOptionP(clientOptions* opts) {
 int optValidateOptionCL(clientOptions* opts, const char* value, const char* name, unsigned lineNo,
                         int apply, int mode) {
   if (opts == nullptr) opts = optionsP;
-  if (opts == nullptr) return OPT_RC_BADARG;
+  if (opts == nullptr) return PS_RC_BADARG;
   return opts->optValidateOptionCL(value, name, lineNo, apply, mode);
 }
 

@@ -49,6 +49,7 @@
 #include "options/inclexcl.h"
 #include "options/opt_fields.h"
 #include "options/opt_ids.h"
+#include "options/opt_status.h"
 #include "options/opt_tables.h"
 #include "options/opt_types.h"
 
@@ -83,7 +84,8 @@ class optionObject {
 
   // The table-driven check and store of one option (see the .cpp for the
   // steps).  |value| may be null for "no value".  |id| from the name table.
-  // Returns 0, 400, 402, 429 (the caller reports 1691 and ignores it), 102.
+  // Returns 0, PS_RC_BADVALUE, PS_RC_QUOTE, OPT_RC_SOURCE (the caller
+  // reports 1691 and ignores it), PS_RC_NOMEM.
   int optValidateOption2(const char* value, const char* name, unsigned lineNo, int apply, int mode,
                          int id);
   // Resolves |name| and validates it under the current valid mode.
@@ -98,7 +100,8 @@ class optionObject {
   int optValidateAnyOptionStr(const char* line, unsigned lineNo, int apply, int mode);
 
   int optGetValidMode() const { return validMode_; }
-  // Accepts 255 and any value with one of the six low bits; else 109.
+  // Accepts 255 and any value with one of the six low bits; else
+  // PS_RC_BADARG.
   int optSetValidMode(int mode);
   cliType_t optGetClientType() const { return clientType_; }
   // Sets the client type and the feature word that goes with it.
@@ -161,7 +164,7 @@ class optionObject {
 
  protected:
   // Copies every value of |src| (deep for heap texts and lists).  Returns
-  // 0 or 102.
+  // 0 or PS_RC_NOMEM.
   int copyValues(const optionObject& src);
 
   int validMode_ = 4;
@@ -203,8 +206,9 @@ class clientOptions : public optFields_t, public optionObject {
   // valid mode.  |fileName| names the file ("" or null: locate it).  |mode|
   // is remembered for the call and restored.  |prescan| non-zero applies
   // only the trace and option-file options, skips late rows and treats
-  // unknown names as errors.  Returns 0, 109 (unknown store, missing error
-  // record), or the first reading or validation error (recorded in |err|).
+  // unknown names as errors.  Returns 0, PS_RC_BADARG (unknown store,
+  // missing error record), or the first reading or validation error
+  // (recorded in |err|).
   int optProcessOptions(int store, const char* fileName, int mode, optError* err, int prescan = 0);
   // Early passes: the user option file, the system option file's stanza.
   int optPrescanOptFile(const char* fileName, optError* err);
@@ -213,15 +217,17 @@ class clientOptions : public optFields_t, public optionObject {
   // trace file they name.  Returns 0 or an error code.
   int optPrescanTrOpt(optError* err);
   // Opens the user option file (see opt_files.cpp for the search order).
-  // Returns 0 with |*fp| set, 0 with |*fp| null (no default file), or 406.
+  // Returns 0 with |*fp| set, 0 with |*fp| null (no default file), or
+  // OPT_RC_OPENFAIL.
   int optOpenUserOptionFile(const char* explicitName, FILE** fp, optError* err);
   int optOpenSystemOptionFile(const char* explicitName, FILE** fp, optError* err);
 
   // Derived settings once every source is read (log names, implicit
-  // exclusions, feature checks with message 7901).  Returns 0 or 400.
+  // exclusions, feature checks with message 7901).  Returns 0 or
+  // PS_RC_BADVALUE.
   int optPostProcessOptions(optError* err);
-  // 403 when the calling user may run commands (USERS and GROUPS; with
-  // neither set everyone may), else 0.
+  // OPT_RC_USERALLOWED when the calling user may run commands (USERS and
+  // GROUPS; with neither set everyone may), else 0.
   int optCheckUser() const;
 
   // Prints every option with its value, one per line, to |out|.

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "platform/platform_status.h"
+
 namespace {
 
 std::vector<std::string> g_virtual;
@@ -150,7 +152,7 @@ fileSpec_t* parseBackOperand(const char* path, int* rc, int flags) {
   int dummy = 0;
   if (rc == nullptr) rc = &dummy;
   if (path == nullptr || path[0] != '/' || flags != 0) {
-    *rc = 109;
+    *rc = PS_RC_BADARG;
     return nullptr;
   }
   std::string fs = psFileSpaceOf(path);
@@ -168,7 +170,7 @@ fileSpec_t* parseBackOperand(const char* path, int* rc, int flags) {
     if (ll == "/") ll.clear();  // the root itself
     fsp = newFileSpec(fs.c_str(), hl.c_str(), ll.c_str());
   }
-  *rc = fsp == nullptr ? 102 : 0;
+  *rc = fsp == nullptr ? PS_RC_NOMEM : PS_RC_OK;
   return fsp;
 }
 
@@ -185,7 +187,7 @@ char* fsFullPath(const fileSpec_t* fsp, char* buf, size_t size) {
 }
 
 int psAddVirtualMountPoint(const char* dir) {
-  if (dir == nullptr || dir[0] != '/') return 109;
+  if (dir == nullptr || dir[0] != '/') return PS_RC_BADARG;
   std::string d(dir);
   DoCanon(d.data(), '/');
   d.resize(std::strlen(d.c_str()));

@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/platform_status.h"
+
 // A split path.  fsName + hl + ll is the full path (with a file space of "/"
 // contributing no character of its own).  ll begins with "/" unless empty.
 struct fileSpec_t {
@@ -30,8 +32,9 @@ struct fileSpec_t {
 char* DoCanon(char* path, char sep);
 
 // Splits the canonical absolute path |path| into a new fileSpec_t that the
-// caller frees with freeFileSpec.  Returns null with *rc = 109 for a path that
-// is empty or not absolute, 102 when out of memory; *rc = 0 on success.
+// caller frees with freeFileSpec.  Returns null with *rc = PS_RC_BADARG for a
+// path that is empty or not absolute, PS_RC_NOMEM when out of memory; *rc = 0
+// on success.
 // |flags| is reserved and must be 0.
 fileSpec_t* parseBackOperand(const char* path, int* rc, int flags);
 
@@ -44,7 +47,7 @@ char* fsFullPath(const fileSpec_t* fsp, char* buf, size_t size);
 
 // Registers an absolute directory that counts as a file space of its own
 // (a virtual mount point).  The path is made canonical first.  Returns 0, or
-// 109 for a path that is not absolute.
+// PS_RC_BADARG for a path that is not absolute.
 int psAddVirtualMountPoint(const char* dir);
 void psClearVirtualMountPoints();
 

@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/platform_status.h"
+
 FILE* utOpenTextFile(const char* path, int* isUnicode) {
   if (isUnicode != nullptr) *isUnicode = 0;
   if (path == nullptr) {
@@ -44,7 +46,7 @@ FILE* utOpenTextFile(const char* path, int* isUnicode) {
 }
 
 int GetQuotedToken(const char** cursor, char* token, size_t size) {
-  if (cursor == nullptr || *cursor == nullptr || token == nullptr || size == 0) return 109;
+  if (cursor == nullptr || *cursor == nullptr || token == nullptr || size == 0) return PS_RC_BADARG;
   const char* p = *cursor;
   while (*p == ' ' || *p == '\t') ++p;
   const char* start = p;
@@ -54,7 +56,7 @@ int GetQuotedToken(const char** cursor, char* token, size_t size) {
     const char* close = std::strchr(p + 1, *p);
     if (close == nullptr) {
       token[0] = '\0';
-      return 402;
+      return PS_RC_QUOTE;
     }
     start = p + 1;
     end = close;
@@ -67,7 +69,7 @@ int GetQuotedToken(const char** cursor, char* token, size_t size) {
   size_t n = static_cast<size_t>(end - start);
   if (n + 1 > size) {
     token[0] = '\0';
-    return 400;
+    return PS_RC_BADVALUE;
   }
   std::memcpy(token, start, n);
   token[n] = '\0';

@@ -5,7 +5,8 @@
 // place that maps a method to its implementation.  The session only calls
 // through the table, so tests may put their own functions in it.
 //
-// Contracts of the table's operations (all return 0 or a COMM_RC_* code):
+// Contracts of the table's operations (all return 0 or a COMM_RC_* code of
+// session/sess_status.h):
 //   commLoad(obj, method)  prepares the method's state; no connection yet.
 //   commOpen(obj)          connects to obj->info's address; a method may
 //                          retry as the restart settings allow.
@@ -25,21 +26,13 @@
 #include <cstdint>
 #include <string>
 
+#include "session/sess_status.h"
+
 // Communication methods (COMMMETHOD).
 enum commMethod_t : int {
   COMM_NONE = 0,
   COMM_TCPIP = 1,
   COMM_SHAREDMEM = 2,  // not offered on this platform
-};
-
-// Return codes of the communication layer.
-enum : int {
-  COMM_RC_LOST = -50,     // the peer closed the connection
-  COMM_RC_TIMEOUT = -51,  // no answer within the time-out
-  COMM_RC_CONNECT = -52,  // no connection could be made
-  COMM_RC_ADDRESS = -53,  // the server address could not be resolved
-  COMM_RC_METHOD = -54,   // method unknown or not loaded, or not open
-  COMM_RC_IO = -55,       // a socket call failed; see commObj_t::lastErrno
 };
 
 // Settings of a connection.  Sizes in bytes, times in milliseconds.

@@ -14,15 +14,11 @@
 
 #include <cstdint>
 
-// Error codes of nqb_crc_32.
-enum {
-  CRC_RC_NULL_BUFFER = 1,  // |buf| is null
-  CRC_RC_BAD_LENGTH = 2,   // |len| is 0 or less
-  CRC_RC_NO_RESULT = 3,    // |result| is null
-};
+#include "session/sess_status.h"
 
 // Computes the checksum of |len| bytes at |buf| into |*result|.  Returns 0,
-// or one of the codes above, in which case |*result| is left unchanged.
+// or a CRC_RC_* code of session/sess_status.h, in which case |*result| is
+// left unchanged.
 int nqb_crc_32(const unsigned char* buf, int32_t len, uint32_t* result);
 
 // Continues a checksum over further bytes: the checksum of A followed by B is

@@ -11,6 +11,7 @@
 #include <mutex>
 #include <sstream>
 
+#include "platform/platform_status.h"
 #include "platform/sysroot.h"
 
 namespace {
@@ -174,7 +175,7 @@ int Update(const std::string& server, const std::string& node, const std::string
 }  // namespace
 
 int psSetPswdFileOption(const char* dir) {
-  if (dir != nullptr && dir[0] != '\0' && dir[0] != '/') return 109;
+  if (dir != nullptr && dir[0] != '\0' && dir[0] != '/') return PS_RC_BADARG;
   std::lock_guard<std::mutex> g(gDirMutex);
   gDir = dir == nullptr ? "" : dir;
   while (gDir.size() > 1 && gDir.back() == '/') gDir.pop_back();

@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/platform_status.h"
 #include "session/auth.h"
 
 struct pswdRecord_t {
@@ -31,7 +32,7 @@ struct pswdRecord_t {
 };
 
 // Sets the directory of the password file (empty: the default).  Returns 0,
-// or 109 for a relative path.
+// or PS_RC_BADARG for a relative path.
 int psSetPswdFileOption(const char* dir);
 // The full name of the password file now in force.
 std::string pswdFilePath();

@@ -193,7 +193,7 @@ int Sess_o::CreatePool() {
     recvBuf_.assign(size, 0);
   } catch (const std::bad_alloc&) {
     ReleasePool();
-    return SESS_RC_NOMEM;
+    return PS_RC_NOMEM;
   }
   return 0;
 }
@@ -382,7 +382,7 @@ int Sess_o::sessLock(sessLockType_t type) {
       return rc == 0 ? 0 : EBUSY;
     }
   }
-  return SESS_RC_BADARG;
+  return PS_RC_BADARG;
 }
 
 // ------------------------------------------------------------- attributes
@@ -459,11 +459,12 @@ bool Sess_o::TestServerFuncBit(unsigned n) const {
 bool Sess_o::sessTestFuncMap(unsigned n) {
   bool server = TestBit(serverMap_, n);
   if (!sessGetBool(sessSAMode) || n == CAP_SERVER_INITIATED || n == CAP_SERVER_FREE) {
-    sessSetUint8(sessCapTestResult, server ? 0 : 2);
+    sessSetUint8(sessCapTestResult, server ? SESS_CAPTEST_SERVER : SESS_CAPTEST_NO_SERVER);
     return server;
   }
   bool agent = TestBit(saMap_, n);
-  uint8_t result = server ? (agent ? 1 : 3) : (agent ? 2 : 4);
+  uint8_t result = server ? (agent ? SESS_CAPTEST_BOTH : SESS_CAPTEST_NO_AGENT)
+                          : (agent ? SESS_CAPTEST_NO_SERVER : SESS_CAPTEST_NEITHER);
   sessSetUint8(sessCapTestResult, result);
   return server && agent;
 }

@@ -9,10 +9,10 @@
 //
 // Every state-changing operation looks its new state up in one table
 // (sessTransition).  An illegal operation changes nothing but the state,
-// which becomes sTRANSERR, answers 136 and logs a message naming the state it
-// found; only sessInit leaves sTRANSERR.  Verb traffic is allowed in sInit
-// and sOpened too, because the sign-on verbs travel before the session is
-// signed on.
+// which becomes sTRANSERR, answers SESS_RC_PROTOCOL and logs a message
+// naming the state it found; only sessInit leaves sTRANSERR.  Verb traffic
+// is allowed in sInit and sOpened too, because the sign-on verbs travel
+// before the session is signed on.
 //
 // Thread safety: one thread uses a session at a time.  Threads that share
 // one (a storage-agent or server-initiated connection handed over) serialise
@@ -29,6 +29,7 @@
 #include "session/auth.h"
 #include "session/comm.h"
 #include "session/sess_attr.h"
+#include "session/sess_status.h"
 
 class clientOptions;
 
@@ -62,15 +63,6 @@ enum sessLockType_t { sessLockAcquire = 0, sessLockRelease = 1, sessLockTry = 2 
 
 // PASSWORDACCESS values (attribute sessPswdAccess).
 enum : uint8_t { PSWD_PROMPT = 0, PSWD_GENERATE = 1 };
-
-// Return codes of this layer (besides the communication codes of comm.h).
-enum : int {
-  SESS_RC_NOMEM = 102,
-  SESS_RC_BADARG = 109,
-  SESS_RC_PROTOCOL = 136,  // illegal state or broken verb stream
-  SESS_RC_PSWD_EXPIRED = 52,
-  SESS_RC_AUTH_FAILED = 137,
-};
 
 // Capability numbers the session itself uses.
 enum : unsigned {
@@ -133,7 +125,7 @@ class Sess_o {
   Sess_o(const Sess_o&) = delete;
   Sess_o& operator=(const Sess_o&) = delete;
 
-  // --- lifecycle (0 or a code; 136 for an illegal state) ---
+  // --- lifecycle (0 or a code; SESS_RC_PROTOCOL for an illegal state) ---
   int sessInit();
   int sessOpen();
   int sessClose();
@@ -192,6 +184,9 @@ class Sess_o {
   const std::string& sessGetPassword() const;
 
   // --- capability maps ---
+  // Whether capability |n| may be used: the server has it and, with a
+  // storage agent (unless only the server takes part in |n|), the agent
+  // too.  The outcome goes to sessCapTestResult (SESS_CAPTEST_*).
   bool sessTestFuncMap(unsigned n);
   void sessCopyFuncMap(const unsigned char* map, size_t len);
   void sessCopySAFuncMap(const unsigned char* map, size_t len);
@@ -211,7 +206,7 @@ class Sess_o {
  private:
   void Setup(int mainSession);
   // Checks |op| against the table; on an illegal transition logs |msgNum|,
-  // goes to sTRANSERR and answers 136.
+  // goes to sTRANSERR and answers SESS_RC_PROTOCOL.
   int Enter(sessOpType op, const char* opName, int msgNum, sessStateType* next);
   void Commit(const char* opName, sessStateType next);
   bool PoolReady() const { return !sendBuf_.empty(); }

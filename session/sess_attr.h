@@ -72,7 +72,7 @@ enum sessAttrIndex : uint8_t {
   sessPswdAccess = 112,     // PASSWORDACCESS: 0 prompt, 1 generate
   sessCrcMode = 113,        // checksum mode: 0 none, 1 data verbs, 2 all verbs
   sessInitType = 114,       // why the session is opened (sessInitType_t)
-  sessCapTestResult = 115,  // result of the last sessTestFuncMap (0-4)
+  sessCapTestResult = 115,  // result of the last sessTestFuncMap (SESS_CAPTEST_*)
   sessClientType = 116,     // client type of the program
   sessCommMethod = 117,     // commMethod_t
   sessConnMode = 118,       // sessConnMode_t of the last sessOpen

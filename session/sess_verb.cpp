@@ -86,7 +86,7 @@ int Sess_o::RecvOne(unsigned char** bufP, bool callerBuf) {
     } catch (const std::bad_alloc&) {
       SESS_DIAG("sessRecvVerb(): no memory for a verb of %u bytes\n", len);
       BreakAndClose();
-      return SESS_RC_NOMEM;
+      return PS_RC_NOMEM;
     }
     std::memmove(recvBuf_.data(), header, hdrLen);
     buf = recvBuf_.data();
@@ -133,7 +133,7 @@ int Sess_o::sessRecvVerb(unsigned char** verbP) {
   TRACE_ENTER_EXIT("Sess_o::sessRecvVerb");
   sessStateType next;
   if (int rc = Enter(sopVerb, "sessRecvVerb", 20023, &next)) return rc;
-  if (verbP == nullptr) return SESS_RC_BADARG;
+  if (verbP == nullptr) return PS_RC_BADARG;
   if (!PoolReady()) return COMM_RC_METHOD;
   bool callerBuf = *verbP != nullptr;
   unsigned char* buf = callerBuf ? *verbP : recvBuf_.data();
@@ -152,7 +152,7 @@ int Sess_o::sessRecvVerb(unsigned char** verbP) {
 int Sess_o::SendCRC(const unsigned char* verb) {
   unsigned char crc[VERB_CRC_LEN];
   int rc = verbBuildCRC(verb, crc);
-  if (rc != 0) return SESS_RC_BADARG;
+  if (rc != 0) return PS_RC_BADARG;
   SESS_TRACE(TR_VERBINFO | TR_SESSVERB, "Calculated CRC value: %x\n",
              GetFour(crc + VERB_CRC_OFF_VALUE));
   return WriteRaw(crc, VERB_CRC_LEN);
@@ -164,7 +164,7 @@ int Sess_o::sessSendVerb(const unsigned char* verb) {
   if (int rc = Enter(sopVerb, "sessSendVerb", 20027, &next)) return rc;
   if (verb == nullptr || verb[3] != VERB_MAGIC || verbLength(verb) < verbHdrLength(verb)) {
     SESS_DIAG("sessSendVerb(): the verb to send has no valid header\n");
-    return SESS_RC_BADARG;
+    return PS_RC_BADARG;
   }
   uint32_t type = verbType(verb), len = verbLength(verb);
   int rc = 0;
@@ -187,7 +187,7 @@ int Sess_o::sessRecvBuff(unsigned char* buf, uint32_t max, uint32_t* got) {
   TRACE_ENTER_EXIT("Sess_o::sessRecvBuff");
   sessStateType next;
   if (int rc = Enter(sopVerb, "sessRecvBuff", 20029, &next)) return rc;
-  if (buf == nullptr || got == nullptr) return SESS_RC_BADARG;
+  if (buf == nullptr || got == nullptr) return PS_RC_BADARG;
   *got = 0;
   if (!connected_) return COMM_RC_METHOD;
   int rc = commObj_.commFunc.commRecvBuff(&commObj_, buf, max, got);

@@ -234,7 +234,7 @@ int cuUpdVerifier(Sess_o* sess, const std::string& newPassword) {
   TRACE_ENTER_EXIT("cuUpdVerifier");
   sessAuth_t& a = sess->sessAuth();
   if (!a.haveVerifier || !sess->sessGetBool(sessAuthenticated) || newPassword.empty())
-    return SESS_RC_BADARG;
+    return PS_RC_BADARG;
   soUpdVerifier_t req;
   req.salt.resize(AUTH_SALT_LEN);
   req.iterations = sess->sessGetUint32(sessVerifierIter);

@@ -3,7 +3,8 @@
 // Logon is the entry: it finds a password (the session's, the stored
 // verifier of PASSWORDACCESS GENERATE, or one the user types through the
 // login callback), opens the session, signs on and authenticates, and deals
-// with an expired password (52) and a rejected one (137):
+// with an expired password (52, SESS_RC_PSWD_EXPIRED) and a rejected one
+// (137, SESS_RC_AUTH_FAILED; session/sess_status.h):
 //   52  GENERATE: a new password is made, the session re-opened only to
 //       change it, authenticated with the old one and the new verifier sent
 //       (and stored); PROMPT: the user is asked for the new password; a
@@ -53,7 +54,7 @@ int OpenSess(Sess_o* sess, uint8_t initType);
 int scSignOnTheSession(Sess_o* sess, uint8_t initType);
 int scAuthenticateTheSession(Sess_o* sess);
 // Computes the answer to the server's challenge (picking the verifier).
-// 0, or 137 when no usable password is at hand.
+// 0, or SESS_RC_AUTH_FAILED when no usable password is at hand.
 int Authenticate(Sess_o* sess, soAuthenticate_t* out);
 // Sends the verifier of |newPassword| on an authenticated session; on
 // success the session knows the new password and verifier.

@@ -4,7 +4,8 @@
 // (4 bytes for short verbs, 12 for extended ones).  "str" is a 1-byte length
 // followed by that many bytes (no terminator); "bytes" likewise.  Integers
 // are big-endian.  A verb whose fields run past its end, or past the limits
-// below, is malformed: the reader answers SO_RC_MALFORMED.
+// below, is malformed: the reader answers SO_RC_MALFORMED
+// (session/sess_status.h).
 //
 // SignOn (short 0x12), client to server, older sign-on:
 //   0  1   layout version (1)
@@ -62,8 +63,7 @@
 #include <vector>
 
 #include "session/auth.h"
-
-enum : int { SO_RC_MALFORMED = 136 };
+#include "session/sess_status.h"
 
 constexpr size_t SO_NAME_MAX = 64;
 constexpr size_t SO_MAP_MAX = 32;

@@ -15,16 +15,12 @@
 
 #include <cstdio>
 
-// Exit codes.
-enum : int {
-  qmxstubOk = 0,      // every name was done
-  qmxstubFailed = 1,  // at least one name could not be done
-  qmxstubUsage = 2,   // bad command line: nothing was done
-};
+#include "tools/tools_status.h"
 
-// Runs the command line |argv| (argv[0] the program).  Results go to
-// |out|, catalogue messages to |err|.  The message system must be started
-// and the access object usable (qmxstub_main.cpp does both).
+// Runs the command line |argv| (argv[0] the program) and returns its exit
+// status (tools/tools_status.h).  Results go to |out|, catalogue messages
+// to |err|.  The message system must be started and the access object
+// usable (qmxstub_main.cpp does both).
 int qmxstubRun(int argc, char** argv, FILE* out, FILE* err);
 
 #endif  // QMX_TOOLS_QMXSTUB_H_

@@ -6,6 +6,7 @@
 
 #include "diag/nl.h"
 #include "diag/trace.h"
+#include "hsm/cmd/cmd_status.h"
 #include "hsm/cmd/dsc_mig_attr.h"
 #include "hsm/cmd/hsm_global_cb.h"
 #include "hsm/cmd/hsm_startup.h"
@@ -48,7 +49,7 @@ int qmxattrMain(int argc, char** argv) {
   smGreetings();
   if (isTmpFsFull()) {
     nlfprintf(stderr, 9313, hsmWhoAmI());
-    std::exit(-1);
+    std::exit(CMD_EXIT_FAILED);
   }
 
   HSMGlobalCB* cb = HSMGlobalCB::GetHsmCB();
@@ -62,10 +63,10 @@ int qmxattrMain(int argc, char** argv) {
           shortFormat ? "ParseMigOptShort failed. rc= %d\n" : "ParseMigOptLong failed. rc= %d\n",
           rc);
     }
-    std::exit(-1);
+    std::exit(CMD_EXIT_FAILED);
   }
 
-  if (qmxCreateSession(&optionsP->dmapiSessionId, 0, 0) != 0) std::exit(-1);
+  if (qmxCreateSession(&optionsP->dmapiSessionId, 0, 0) != 0) std::exit(CMD_EXIT_FAILED);
   g_openSession = optionsP->dmapiSessionId;
   psRegisterCleanUp(DestroySessionAtExit);
 

@@ -9,6 +9,7 @@
 #define QMX_HSM_CMD_DIR_LIST_H_
 
 #include "diag/mempool.h"
+#include "platform/platform_status.h"
 
 struct dirListNode_t {
   dirListNode_t* next;
@@ -19,8 +20,8 @@ class DirList {
  public:
   explicit DirList(mpHandle_t pool) : pool_(pool) {}
 
-  // Inserts a copy of |path|.  Returns 0, or 102 when the pool is out of
-  // memory (the path is then not in the list).
+  // Inserts a copy of |path|.  Returns 0, or PS_RC_NOMEM when the pool is
+  // out of memory (the path is then not in the list).
   int insert(const char* path);
 
   const dirListNode_t* head() const { return head_; }

@@ -13,6 +13,7 @@
 #include "diag/mempool.h"
 #include "diag/nl.h"
 #include "diag/trace.h"
+#include "hsm/cmd/cmd_status.h"
 #include "hsm/cmd/dir_list.h"
 #include "hsm/cmd/hsm_file_list.h"
 #include "hsm/cmd/hsm_global_cb.h"
@@ -22,6 +23,7 @@
 #include "hsm/dmapi/dmi_session.h"
 #include "options/optobj.h"
 #include "platform/file_space.h"
+#include "platform/platform_status.h"
 #include "platform/sysroot.h"
 
 namespace {
@@ -235,7 +237,7 @@ int smMigAttr(const dirReadHandle_t* handle, const char* dirPath, const dirEntry
     } else {
       if (!MayChange(e->attr.uid)) {
         nlfprintf(stderr, 9096, full.c_str(), "", "");
-        return 829;
+        return CMD_RC_NOTOWNER;
       }
       SetFileAttr(full.c_str());
     }
@@ -264,22 +266,22 @@ int DscMigAttr(Sess_o* sess) {
     return 0;
   }
   char cwd[kCwdSize];
-  if (getcwd(cwd, sizeof cwd) == nullptr) return -1;
+  if (getcwd(cwd, sizeof cwd) == nullptr) return CMD_EXIT_FAILED;
 
   int rc = fileList.init();
   if (rc != 0) {
     if (Tracing()) trPrintf(__FILE__, __LINE__, "filelist initialization failed. rc= %d\n", rc);
-    if (rc == 104) {
+    if (rc == CMD_RC_FILELIST) {
       nlfprintf(stderr, 14005, cb->fileListName, "", "");
       nlfprintf(stderr, 9219);
     }
-    return -1;
+    return CMD_EXIT_FAILED;
   }
 
   uint64_t sid = dmiGetSid();
   if (sid == 0) {
     nlfprintf(stderr, 9178, hsmWhoAmI(), "/dev/fsm", std::strerror(errno));
-    return -1;
+    return CMD_EXIT_FAILED;
   }
   optionsP->dmapiSessionId = sid;
 
@@ -288,7 +290,7 @@ int DscMigAttr(Sess_o* sess) {
     nlfprintf(stdout, 9329);
   } else if (noOperands) {
     nlprintf(1079);
-    return -3;
+    return CMD_EXIT_NOOPERAND;
   }
 
   int result = 0;
@@ -324,9 +326,9 @@ int DscMigAttr(Sess_o* sess) {
         }
       }
       if (fsp == nullptr) {
-        if (prc == 102) {
+        if (prc == PS_RC_NOMEM) {
           nlfprintf(stdout, 9184, hsmWhoAmI(), "");
-          stop = -2;
+          stop = CMD_EXIT_NOMEM;
         } else {
           nlfprintf(stderr, 1081, path);
         }
@@ -351,7 +353,7 @@ int DscMigAttr(Sess_o* sess) {
                 dirPool = qmxpCreate(4);
                 if (dirPool == 0) {
                   nlfprintf(stdout, 9184, hsmWhoAmI(), "");
-                  stop = -2;
+                  stop = CMD_EXIT_NOMEM;
                 } else {
                   dirs.emplace(dirPool);
                 }
@@ -365,7 +367,7 @@ int DscMigAttr(Sess_o* sess) {
               result = QueryFileAttr(path);
             } else if (!MayChange(fa.getAduUserId())) {
               nlfprintf(stderr, 9096, path, "", "");
-              stop = 829;
+              stop = CMD_RC_NOTOWNER;
             } else {
               result = SetFileAttr(path);
             }

@@ -10,15 +10,17 @@
 #ifndef QMX_HSM_CMD_DSC_MIG_ATTR_H_
 #define QMX_HSM_CMD_DSC_MIG_ATTR_H_
 
+#include "hsm/cmd/cmd_status.h"
 #include "platform/fileattr.h"
 
 class Sess_o;
 
-// Runs the command on the parsed command line in HSMGlobalCB.  Returns 0
-// (help shown, or all well), -1 (no current directory, unusable file list,
-// no DMAPI session), -2 (out of memory), -3 (set mode with nothing named),
-// 829 (a file of somebody else), or the last operand's outcome or the
-// highest severity recorded.  |sess| may be null.
+// Runs the command on the parsed command line in HSMGlobalCB and returns
+// what the command exits with (hsm/cmd/cmd_status.h): 0 (help shown, or all
+// well), CMD_EXIT_FAILED (no current directory, unusable file list, no
+// DMAPI session), CMD_EXIT_NOMEM (out of memory), CMD_EXIT_NOOPERAND (set
+// mode with nothing named), CMD_RC_NOTOWNER (a file of somebody else), or the last operand's
+// outcome or the highest severity recorded.  |sess| may be null.
 int DscMigAttr(Sess_o* sess);
 
 // Shows the recall mode of the file |path|.  Returns 0 when the file could
@@ -38,8 +40,8 @@ struct dirReadHandle_t {
 // Lists the entries of directory |dirPath| (already read, sorted): files
 // first (queried or set), then, with the recursive option, each
 // subdirectory under its own header.  |header| prints the separator and the
-// directory header first.  Returns 0, or 829 when a file of another user was
-// to be set (nothing after it is touched).
+// directory header first.  Returns 0, or CMD_RC_NOTOWNER when a file of
+// another user was to be set (nothing after it is touched).
 int smMigAttr(const dirReadHandle_t* handle, const char* dirPath, const dirEntry_t* entries,
               int header);
 

@@ -7,6 +7,7 @@
 
 #include "diag/nl.h"
 #include "diag/trace.h"
+#include "hsm/cmd/cmd_status.h"
 #include "hsm/cmd/hsm_global_cb.h"
 #include "options/optobj.h"
 #include "platform/textfile.h"
@@ -30,13 +31,13 @@ int HsmFileList::init() {
     if (Tracing()) {
       trPrintf(__FILE__, __LINE__, "hsmfilelist can not open filelist '%s'\n", cb_->fileListName);
     }
-    return 104;
+    return CMD_RC_FILELIST;
   }
   if (unicode_) {
     if (Tracing()) trPrintf(__FILE__, __LINE__, "hsmfilelist unicode not supported for HSM\n");
     std::fclose(stream_);
     stream_ = nullptr;
-    return 104;
+    return CMD_RC_FILELIST;
   }
   return 0;
 }

@@ -5,6 +5,8 @@
 
 #include <cstdio>
 
+#include "hsm/cmd/cmd_status.h"
+
 class HSMGlobalCB;
 
 // Size of the item buffer: the longest name a file list may give.
@@ -19,8 +21,8 @@ class HsmFileList {
   HsmFileList(const HsmFileList&) = delete;
   HsmFileList& operator=(const HsmFileList&) = delete;
 
-  // Opens the file list, if one was named.  Returns 0, or 104 when it can't
-  // be opened or is a Unicode (UTF-16/32) file.
+  // Opens the file list, if one was named.  Returns 0, or CMD_RC_FILELIST
+  // when it can't be opened or is a Unicode (UTF-16/32) file.
   int init();
 
   // True when there is neither an operand nor a file list.

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <new>
 
+#include "diag/diag_status.h"
 #include "diag/globalrc.h"
 #include "diag/instr.h"
 #include "diag/logfile.h"
@@ -18,8 +19,10 @@
 #include "diag/nl.h"
 #include "diag/trace.h"
 #include "hsm/cmd/abbrev.h"
+#include "hsm/cmd/cmd_status.h"
 #include "hsm/cmd/corr_table.h"
 #include "hsm/cmd/hsm_global_cb.h"
+#include "options/opt_status.h"
 #include "options/optobj.h"
 #include "platform/clock.h"
 #include "platform/console.h"
@@ -58,7 +61,7 @@ unsigned long ThisThread() {
 // into the options.  Returns nlinit's result.
 int StartMessages(unsigned cacheSize) {
   clientOptions* o = optionsP;
-  if (newNlsGlobalObject(nullptr, 0) != 0) return 610;
+  if (newNlsGlobalObject(nullptr, 0) != 0) return DIAG_RC_NOCATALOG;
   // The LANGUAGE option names the national catalogue; without it the
   // message system takes the locale of the environment.
   if (o->language[0] != '\0') nlSetLocale(o->language);
@@ -127,7 +130,8 @@ bool EnterShutDown(HSMGlobalCB* cb) {
   return cb->cleanupDone == 0;
 }
 
-// A fatal start-up failure with its own exit status (11 or 13).
+// A fatal start-up failure with its own exit status (CMD_EXIT_STARTUP or
+// CMD_EXIT_MESSAGES).
 [[noreturn]] void StartUpFailed(int status) {
   HSMGlobalCB* cb = HSMGlobalCB::GetHsmCB();
   if (EnterShutDown(cb)) FatalTearDown(cb, false);
@@ -161,7 +165,7 @@ int PreParseCmdLine(int argc, char** argv, int firstPass) {
     size_t len = std::strlen(arg);
     if (len > kMaxArg) {
       nlfprintf(stderr, 1246, static_cast<int>(kMaxArg + 1));
-      return 937;
+      return CMD_RC_ARGTOOLONG;
     }
     if (arg[0] != '-') continue;
     const char* eq = std::strchr(arg, '=');
@@ -202,17 +206,17 @@ int smInitOptFile(int argc, char** argv, smSignalHandler_t handler) {
 
   new_TraceObject(ctCLSpaceMGT, ThisThread(), trTIDProc);
   optError* err = new_optError();
-  if (err == nullptr || FileSubsystemInit() != 0) StartUpFailed(11);
+  if (err == nullptr || FileSubsystemInit() != 0) StartUpFailed(CMD_EXIT_STARTUP);
   if (gRC == nullptr) gRC = newGlobalRC();
 
   void* mem = qmxCalloc(1, sizeof(clientOptions));
-  if (mem == nullptr) StartUpFailed(11);
+  if (mem == nullptr) StartUpFailed(CMD_EXIT_STARTUP);
   optionsP =
       new (mem) clientOptions(ctCLSpaceMGT, optionTable, optionTableEntries, optSharedOptionTable);
   optionsP->optEnvVarInit();
   optionsP->optGetClientType();
 
-  if (StartMessages(10) != 0) StartUpFailed(11);
+  if (StartMessages(10) != 0) StartUpFailed(CMD_EXIT_STARTUP);
 
   HSMGlobalCB* cb = HSMGlobalCB::GetHsmCB();
   cb->canReportInterrupt = 1;
@@ -223,7 +227,7 @@ int smInitOptFile(int argc, char** argv, smSignalHandler_t handler) {
   int rc = optionsP->optPrescanTrOpt(err);
   if (rc == 0) rc = optionsP->optPrescanSysOptFile(nullptr, err);
   if (rc != 0) {
-    if (rc == 406) err->rc = 406;
+    if (rc == OPT_RC_OPENFAIL) err->rc = OPT_RC_OPENFAIL;
     ReportOptionError(err);
     HsmNormalCleanUp();
   }
@@ -243,7 +247,7 @@ int smInitOptFile(int argc, char** argv, smSignalHandler_t handler) {
   optionsP->subdir = 2;
 
   cb->canReportInterrupt = 0;
-  if (StartMessages(50) != 0) StartUpFailed(13);
+  if (StartMessages(50) != 0) StartUpFailed(CMD_EXIT_MESSAGES);
 
   if (TEST_HSMLF.set && TEST_HSMLF.value == 1) optionsP->enableLanFree = 1;
 
@@ -259,7 +263,7 @@ int smInitOptFile(int argc, char** argv, smSignalHandler_t handler) {
   if (DLogFile::errorLogFile.utOpenOutputFile(optionsP->errorLogName) != 0) {
     int e = DLogFile::errorLogFile.lastErrno();
     nlfprintf(stderr, 1398, optionsP->errorLogName, e, std::strerror(e));
-    result = -1;
+    result = CMD_RC_ERRORLOG;
   }
 
   cb->canReportInterrupt = 1;
@@ -319,7 +323,7 @@ int smSysOptFile(int exitOnError, clientOptions* opts) {
   if (err == nullptr) {
     TRACE_Fkt(__FILE__, __LINE__)(TR_SM, "smSysOptFile: not enough memory!\n");
     if (exitOnError == 1) HsmNormalCleanUp();
-    return -5;
+    return CMD_RC_SYSOPT_NOMEM;
   }
   TRACE_Fkt(__FILE__, __LINE__)(TR_SM,
                                 "smSysOptFile: before the qmx.sys processing, machineName(%s), "
@@ -334,7 +338,7 @@ int smSysOptFile(int exitOnError, clientOptions* opts) {
     ReportOptionError(err);
     if (exitOnError == 1) HsmNormalCleanUp();
     delete_optError(err);
-    return -1;
+    return CMD_RC_SYSOPT_FILE;
   }
   rc = opts->optPostProcessOptions(err);
   if (rc != 0) {
@@ -346,15 +350,15 @@ int smSysOptFile(int exitOnError, clientOptions* opts) {
       HsmNormalCleanUp();
     }
     delete_optError(err);
-    return -4;
+    return CMD_RC_SYSOPT_POST;
   }
-  if (opts->optCheckUser() != 403) {
+  if (opts->optCheckUser() != OPT_RC_USERALLOWED) {
     if (exitOnError == 1) {
       nlfprintf(stderr, 1216);
       HsmNormalCleanUp();
     }
     delete_optError(err);
-    return -2;
+    return CMD_RC_SYSOPT_USER;
   }
 
   HSMGlobalCB* cb = HSMGlobalCB::GetHsmCB();
@@ -395,9 +399,9 @@ int smSysOptFile(int exitOnError, clientOptions* opts) {
       return 0;
     }
   }
-  if (exitOnError == 0) return -6;
+  if (exitOnError == 0) return CMD_RC_SYSOPT_SESSION;
   HsmNormalCleanUp();
-  return -6;
+  return CMD_RC_SYSOPT_SESSION;
 }
 
 int smPostProc() {
@@ -428,7 +432,7 @@ void HsmNormalCleanUp() {
   HSMGlobalCB* cb = HSMGlobalCB::GetHsmCB();
   if (!EnterShutDown(cb)) return;
   FatalTearDown(cb, false);
-  std::exit(-1);
+  std::exit(CMD_EXIT_FAILED);
 }
 
 void CleanUp(int sig) {
@@ -437,5 +441,5 @@ void CleanUp(int sig) {
   if (!EnterShutDown(cb)) return;
   if (cb->canReportInterrupt == 1 && cb->canPrintInCleanUp == 1) nlfprintf(stderr, 11159);
   FatalTearDown(cb, true);
-  std::exit(-1);
+  std::exit(CMD_EXIT_FAILED);
 }

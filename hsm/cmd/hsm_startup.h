@@ -9,11 +9,14 @@
 //   smPostProc        normal end after the command ran;
 //   HsmNormalCleanUp  fatal error during start-up (ends the process);
 //   CleanUp           signal handler for SIGINT, SIGQUIT, SIGTERM, SIGHUP and
-//                     SIGABRT (ends the process with status -1).
+//                     SIGABRT (ends the process with CMD_EXIT_FAILED).
+// Statuses and codes are those of hsm/cmd/cmd_status.h.
 //
 // Everything here runs on the command's one thread.
 #ifndef QMX_HSM_CMD_HSM_STARTUP_H_
 #define QMX_HSM_CMD_HSM_STARTUP_H_
+
+#include "hsm/cmd/cmd_status.h"
 
 class clientOptions;
 class GlobalRC;
@@ -27,10 +30,11 @@ extern GlobalRC* gRC;
 typedef void (*smSignalHandler_t)(int);
 
 // Brings up platform, trace, options and messages and opens the error log.
-// |handler| null means CleanUp.  Returns 0, or -1 when the error log could
-// not be opened (message 1398; not fatal).  Worse failures end the process:
-// status 11 (trace, option-error record, file layer or first message start),
-// 13 (second message start), -1 (command line or option files).
+// |handler| null means CleanUp.  Returns 0, or CMD_RC_ERRORLOG when the
+// error log could not be opened (message 1398; not fatal).  Worse failures
+// end the process: CMD_EXIT_STARTUP (option-error record, file layer,
+// options object or first message start), CMD_EXIT_MESSAGES (second message
+// start), CMD_EXIT_FAILED (command line or option files).
 int smInitOptFile(int argc, char** argv, smSignalHandler_t handler);
 
 // Platform initialisation and the signal handlers (2, 3, 15, then 1, 6;
@@ -39,9 +43,9 @@ int clSmPreInitialize(smSignalHandler_t handler, char** argv);
 
 // Picks the start-up options (TRACEFILE, TRACEFLAGS, TRACEMAX, TESTFLAGS,
 // ERRORLOGNAME) out of the command line and validates them; TRACEFILE only
-// on the first pass, TRACEFLAGS only on the second.  Returns 0, 937 for an
-// argument of 1279 characters or more (message 1246), or the validation
-// code (message 1107 with the argument).
+// on the first pass, TRACEFLAGS only on the second.  Returns 0,
+// CMD_RC_ARGTOOLONG for an argument of 1279 characters or more (message
+// 1246), or the validation code (message 1107 with the argument).
 int PreParseCmdLine(int argc, char** argv, int firstPass);
 
 // The banner: 9006 when LOGO is set, then 15755 and 15756.  Returns 0.
@@ -54,14 +58,16 @@ bool isTmpFsFull();
 // the user and creates this thread's server session.  |opts| null means
 // optionsP.  With |exitOnError| 1 the failures of the option file, the
 // post-processing and the user check end the process; otherwise they return
-// -1, -4 and -2 (-5 when out of memory).  A session that cannot be created
-// returns -6 when |exitOnError| is 0 and ends the process otherwise.
+// CMD_RC_SYSOPT_FILE, CMD_RC_SYSOPT_POST and CMD_RC_SYSOPT_USER
+// (CMD_RC_SYSOPT_NOMEM when out of memory).  A session that cannot be
+// created returns CMD_RC_SYSOPT_SESSION when |exitOnError| is 0 and ends the
+// process otherwise.
 int smSysOptFile(int exitOnError, clientOptions* opts);
 
 // Normal shut-down.  Returns 0.
 int smPostProc();
-// Shut-down on a fatal start-up error; ends the process with status -1
-// unless a shut-down had already begun (then it returns).
+// Shut-down on a fatal start-up error; ends the process with
+// CMD_EXIT_FAILED unless a shut-down had already begun (then it returns).
 void HsmNormalCleanUp();
 // The signal handler.
 void CleanUp(int sig);

@@ -12,6 +12,7 @@
 #include "diag/nl.h"
 #include "diag/trace.h"
 #include "hsm/cmd/abbrev.h"
+#include "hsm/cmd/cmd_status.h"
 #include "hsm/cmd/hsm_global_cb.h"
 #include "hsm/cmd/parsing_space.h"
 #include "options/optobj.h"
@@ -60,7 +61,7 @@ bool ShortFormat() {
 
 [[noreturn]] void Usage() {
   nlprintf(ShortFormat() ? 9139 : 9138);
-  std::exit(0);
+  std::exit(CMD_EXIT_USAGE);
 }
 
 void CopyFileListName(HSMGlobalCB* cb, const char* src) {
@@ -72,7 +73,7 @@ void CopyFileListName(HSMGlobalCB* cb, const char* src) {
 void AddOperand(HSMGlobalCB* cb, char* arg) {
   if (getParsingSpace(&cb->operands, &cb->operandCount, &cb->operandCapacity) != 0) {
     nlfprintf(stderr, 1075, "dscspars", __LINE__);
-    std::exit(-1);
+    std::exit(CMD_EXIT_FAILED);
   }
   cb->operands[cb->operandCount++] = arg;
 }
@@ -113,7 +114,7 @@ int ParseMigOptShort(int argc, char** argv) {
   }
   if (kind == 13 && getuid() != 0) {
     nlfprintf(stderr, 9012, hsmWhoAmI());
-    std::exit(-1);
+    std::exit(CMD_EXIT_FAILED);
   }
   optind = 1;
   int c;
@@ -121,7 +122,7 @@ int ParseMigOptShort(int argc, char** argv) {
     if (kind != kCmdKindAttr) {
       if (c == '?') {
         nlprintf(kind == 13 ? 9125 : (ShortFormat() ? 9139 : 9138));
-        std::exit(0);
+        std::exit(CMD_EXIT_USAGE);
       }
       continue;
     }
@@ -148,7 +149,7 @@ int ParseMigOptShort(int argc, char** argv) {
           cb->recallMode = kParseRecallStreaming;
         } else {
           nlfprintf(stderr, 9117, optarg);
-          std::exit(-1);
+          std::exit(CMD_EXIT_FAILED);
         }
         break;
       case '?':
@@ -200,7 +201,7 @@ int ParseMigOptLong(int argc, char** argv) {
     if (startUp) continue;
     if (cb->commandKind < 13 || cb->commandKind > 39) {
       nlfprintf(stderr, 1107, arg);
-      std::exit(-1);
+      std::exit(CMD_EXIT_FAILED);
     }
     if (cb->commandKind != kCmdKindAttr) continue;
 
@@ -213,7 +214,7 @@ int ParseMigOptLong(int argc, char** argv) {
     }
     if (match == nullptr) {
       nlfprintf(stderr, 1107, arg);
-      std::exit(-1);
+      std::exit(CMD_EXIT_FAILED);
     }
     switch (match->key) {
       case kHelp:
@@ -233,7 +234,7 @@ int ParseMigOptLong(int argc, char** argv) {
           cb->recallMode = kParseRecallStreaming;
         } else {
           nlfprintf(stderr, 9117, v.c_str());
-          std::exit(-1);
+          std::exit(CMD_EXIT_FAILED);
         }
         break;
       }

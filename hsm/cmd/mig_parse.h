@@ -8,8 +8,9 @@
 // (commandKind 29) has a body here; the other commands' option strings are
 // kept in one table so the parser's frame is complete.
 //
-// On a bad command line the parsers end the process themselves (status -1,
-// or 0 after printing the usage), so for this command they return 0.
+// On a bad command line the parsers end the process themselves
+// (CMD_EXIT_FAILED, or CMD_EXIT_USAGE after printing the usage; see
+// hsm/cmd/cmd_status.h), so for this command they return 0.
 #ifndef QMX_HSM_CMD_MIG_PARSE_H_
 #define QMX_HSM_CMD_MIG_PARSE_H_
 

@@ -3,12 +3,14 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/platform_status.h"
+
 int getParsingSpace(char*** array, int* count, int* capacity) {
   if (*array == nullptr) {
     *array = static_cast<char**>(std::calloc(kParsingSpaceStep, sizeof(char*)));
     if (*array == nullptr) {
       *count = 0;
-      return 102;
+      return PS_RC_NOMEM;
     }
     *capacity = kParsingSpaceStep;
     return 0;
@@ -21,7 +23,7 @@ int getParsingSpace(char*** array, int* count, int* capacity) {
     std::free(*array);
     *array = nullptr;
     *count = 0;
-    return 102;
+    return PS_RC_NOMEM;
   }
   std::memset(bigger + *capacity, 0, kParsingSpaceStep * sizeof(char*));
   *array = bigger;

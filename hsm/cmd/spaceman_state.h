@@ -8,23 +8,16 @@
 
 #include <cstddef>
 
-// State codes of getSpaceManState.
-enum : int {
-  SPACEMAN_NOSESSION = -1,  // no DMAPI session could be had
-  SPACEMAN_NONE = 0,        // not managed
-  SPACEMAN_ACTIVE = 1,      // migration and recall on
-  SPACEMAN_INACTIVE = 2,    // both off
-  SPACEMAN_RECALLONLY = 3,  // recall on, migration off
-  SPACEMAN_MIGONLY = 4,     // migration on, recall off
-  SPACEMAN_GLOBALDEACTIVATED = 6,
-};
+#include "hsm/cmd/cmd_status.h"
 
-// The state of the file system mounted at |fsName|.  errno is kept.
+// The state of the file system mounted at |fsName| (SPACEMAN_* of
+// hsm/cmd/cmd_status.h).  errno is kept.
 int getSpaceManState(const char* fsName);
 
 // 0 when the space-management client is installed and |fsName| (null: any)
-// is managed, else -1.  A file system without a DMAPI session (-1) or
-// globally deactivated (6) counts as managed.
+// is managed, else -1.  A file system without a DMAPI session
+// (SPACEMAN_NOSESSION) or globally deactivated (SPACEMAN_GLOBALDEACTIVATED)
+// counts as managed.
 int qmxSpaceManIsInstalled(const char* fsName);
 
 // |fsName| followed by "/.SpaceMan" into |buf| (plain concatenation).

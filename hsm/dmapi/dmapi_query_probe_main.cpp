@@ -2,7 +2,8 @@
 // layer, between marker writes that a system-call tracer can see:
 //   write(-1, "QMX-BEGIN n", ...)  open  <the query>  close  write(-1, "QMX-END n", ...)
 // The test of the per-file cost counts the calls between the markers.
-// Usage: dmapi_query_probe FILE   (as root; exit 0 when both queries worked)
+// Usage: dmapi_query_probe FILE   (as root; exit DMI_PROBE_EXIT_OK when both
+// queries worked)
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -12,14 +13,15 @@
 #include "hsm/dmapi/dmi_fileattr.h"
 #include "hsm/dmapi/dmi_log.h"
 #include "hsm/dmapi/dmi_session.h"
+#include "hsm/dmapi/dmi_status.h"
 
 int main(int argc, char** argv) {
-  if (argc != 2) return 2;
+  if (argc != 2) return DMI_PROBE_EXIT_USAGE;
   dmiSetProgName("dmapi_query_probe");
-  if (dmiInit(1) != 0) return 1;
+  if (dmiInit(1) != 0) return DMI_PROBE_EXIT_FAILED;
   XDSMAPI* x = XDSMAPI::getXDSMAPI();
   dm_sessid_t sid = x->createSession(0, "dmapi_query_probe", 0);
-  if (sid == 0) return 1;
+  if (sid == 0) return DMI_PROBE_EXIT_FAILED;
   int ok = 0;
   for (int round = 1; round <= 2; ++round) {
     char begin[32], end[32];
@@ -39,5 +41,5 @@ int main(int argc, char** argv) {
     }
   }
   x->destroySession(sid, 0);
-  return ok == 2 ? 0 : 1;
+  return ok == 2 ? DMI_PROBE_EXIT_OK : DMI_PROBE_EXIT_FAILED;
 }

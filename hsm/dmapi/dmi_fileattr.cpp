@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "hsm/dmapi/dmi_session.h"
+#include "hsm/dmapi/dmi_status.h"
 #include "hsm/dmapi/dmi_trace.h"
 
 namespace {
@@ -48,7 +49,7 @@ int fileAttrWithHandle(dm_sessid_t sid, migAttrRequest* req, const xdsm_handle_t
     state = dmiMigState(&info, false);
   } else {
     int err = errno;
-    if (err != ENOENT && err != ENODATA && err != 112) {
+    if (err != ENOENT && err != ENODATA && err != DMI_ERRNO_NOATTR) {
       char sidText[dmiTextBufSize];
       dmiLogMsg(9511, dmiProgName(), dmiSessionIDToString(sid, sidText), req->path,
                 dmiHandleToHex(h).c_str(), "DM_NO_TOKEN", std::strerror(err));

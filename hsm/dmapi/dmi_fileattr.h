@@ -15,6 +15,7 @@
 
 #include "hsm/dmapi/dmi_attrs.h"
 #include "hsm/dmapi/dmi_record.h"
+#include "hsm/dmapi/dmi_status.h"
 #include "hsm/dmapi/xdsmapi.h"
 
 // ---- The attribute command's request ---------------------------------
@@ -60,15 +61,17 @@ int dmiPrefetchDirAttributes(const char* dir);
 
 // ---- Migration state ------------------------------------------------
 
-// The state from "KVRObj" alone: 10/12 in transition, else the stored
-// state; 3 when absent; -1 on error (9511).  |id| (may be null) receives
-// the record's first 28 bytes when present.
+// The state from "KVRObj" alone (dmiState* of hsm/dmapi/dmi_status.h):
+// dmiStateInTransition or dmiStateTransition12 while in transition, else
+// the stored state; dmiStateResident when absent; -1 on error (9511).  |id|
+// (may be null) receives the record's first 28 bytes when present.
 int dmiGetFileResStat(dm_sessid_t sid, const xdsm_handle_t& h, dm_token_t token, s_midExtObjId* id);
-// The full migration state: as dmiGetFileResStat, and 1 (premigrated) when
-// only "KVRPMig" is present (|id| receives it).
+// The full migration state: as dmiGetFileResStat, and dmiStatePremigrated
+// when only "KVRPMig" is present (|id| receives it).
 int dmiGetFileMigStat(dm_sessid_t sid, const xdsm_handle_t& h, dm_token_t token, s_midExtObjId* id);
-// Moves the file to |state|: 1 writes "KVRPMig" (and "KVRexID" when
-// external ids are recorded); 10, 3 and 12 rewrite the record's stored
+// Moves the file to |state|: dmiStatePremigrated writes "KVRPMig" (and
+// "KVRexID" when external ids are recorded); dmiStateInTransition,
+// dmiStateResident and dmiStateTransition12 rewrite the record's stored
 // state and transition flag; any other state does nothing.
 int dmiSetFileMigStat(dm_sessid_t sid, const xdsm_handle_t& h, dm_token_t token,
                       const s_midExtObjId* id, int state, int flag);

@@ -12,6 +12,7 @@
 #include "hsm/dmapi/dmi_attrs.h"
 #include "hsm/dmapi/dmi_fileattr.h"
 #include "hsm/dmapi/dmi_session.h"
+#include "hsm/dmapi/dmi_status.h"
 #include "hsm/dmapi/dmi_trace.h"
 #include "hsm/dmapi/sys_lock.h"
 #include "platform/sysroot.h"
@@ -32,7 +33,7 @@ void defaultSleep(unsigned seconds) {
 dmiStateSleep_t gSleep = defaultSleep;
 
 bool absent(int err) {
-  return err == ENOENT || err == ENODATA || err == 112;
+  return err == ENOENT || err == ENODATA || err == DMI_ERRNO_NOATTR;
 }
 
 dm_sessid_t effectiveSid(dm_sessid_t sid) {

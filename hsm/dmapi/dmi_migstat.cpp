@@ -8,6 +8,7 @@
 
 #include "hsm/dmapi/dmi_fileattr.h"
 #include "hsm/dmapi/dmi_session.h"
+#include "hsm/dmapi/dmi_status.h"
 #include "hsm/dmapi/dmi_trace.h"
 #include "hsm/dmapi/fs_config.h"
 #include "hsm/dmapi/space_reserve.h"
@@ -16,10 +17,10 @@
 namespace {
 
 // What providers answer for a missing attribute: ENOENT, ENODATA (the
-// extended-attribute errno of this platform) and 112, which some DMAPI
-// implementations use.
+// extended-attribute errno of this platform) and DMI_ERRNO_NOATTR, which
+// some DMAPI implementations use.
 bool absent(int err) {
-  return err == ENOENT || err == ENODATA || err == 112;
+  return err == ENOENT || err == ENODATA || err == DMI_ERRNO_NOATTR;
 }
 
 clientOptions* opts() {

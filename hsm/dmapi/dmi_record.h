@@ -21,6 +21,7 @@
 #include <cstdint>
 
 #include "hsm/dmapi/dmi_attrs.h"
+#include "hsm/dmapi/dmi_status.h"
 
 // Recall modes in the low byte of the attribute word.
 enum : uint32_t {
@@ -34,15 +35,6 @@ constexpr uint32_t dmiCompressionMask = 0x300;
 // The only compression state that allows partial recall: data known to be
 // stored uncompressed.
 constexpr uint32_t dmiKnownUncompressed = 0x200;
-
-// Migration states (dmiGetFileMigStat).
-enum : int {
-  dmiStatePremigrated = 1,
-  dmiStateMigrated = 2,
-  dmiStateResident = 3,
-  dmiStateInTransition = 10,
-  dmiStateTransition12 = 12,
-};
 
 // The record in memory.
 struct dmiInfo {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "hsm/dmapi/dmi_sessid.h"
+#include "hsm/dmapi/dmi_status.h"
 #include "hsm/dmapi/dmi_trace.h"
 #include "hsm/dmapi/xdsmapi.h"
 #include "options/optobj.h"
@@ -106,7 +107,7 @@ void dropOldSession(XDSMAPI* x, dm_sessid_t sid) {
   unsigned int count = 0;
   dmiClearAllEvents(sid, 0, &count);
   DMI_TRACE(DMI_TR_ON, kFn, "cleared %u tokens on session, sid: %s\n", count, text);
-  if (x->destroySession(sid, 0) == 1) {
+  if (x->destroySession(sid, 0) == DMI_XDSM_DONE) {
     DMI_TRACE(DMI_TR_ON, kFn, "destroy of session, sid: %s succeeded!\n", text);
   } else {
     int err = errno;

@@ -11,6 +11,7 @@
 #include "diag/nl.h"
 #include "hsm/dmapi/dmi_recover.h"
 #include "hsm/dmapi/dmi_sessinfo.h"
+#include "hsm/dmapi/dmi_status.h"
 #include "hsm/dmapi/dmi_trace.h"
 #include "hsm/dmapi/fs_config.h"
 #include "hsm/dmapi/xdsmapi.h"
@@ -61,7 +62,7 @@ int& dmiSessionFailSeconds() {
 
 int dmiInit(int quiet) {
   XDSMAPI* x = XDSMAPI::getXDSMAPI();
-  if (x->initService() == 1) return 0;
+  if (x->initService() == DMI_XDSM_DONE) return 0;
   int err = errno;
   if (!quiet) nlfprintf(stderr, 9505, dmiProgName(), std::strerror(err));
   errno = err;
@@ -177,7 +178,7 @@ int dmiCloseSession(dm_sessid_t sid, int flag) {
     DMI_TRACE(DMI_TR_ON, kFn,
               "cleared %u undelivered events and outstanding tokens on session %s\n", count, text);
   int rc = 0;
-  if (x->destroySession(sid, flag) != 1) {
+  if (x->destroySession(sid, flag) != DMI_XDSM_DONE) {
     int err = errno;
     DMI_TRACE(DMI_TR_ON, kFn, "destroy session (%s) failed due to errno(%d), reason(%s)\n", text,
               err, std::strerror(err));

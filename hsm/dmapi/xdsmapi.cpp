@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "diag/nl.h"
+#include "hsm/dmapi/dmi_status.h"
 #include "hsm/dmapi/dmi_trace.h"
 
 const char* const dmiSupportedVersions[3] = {"VEXA DMAPI 3.20", "VEXA DMAPI 3.30",
@@ -79,10 +80,10 @@ void XDSMAPI::setLastErrno(int err) {
 
 int XDSMAPI::initServiceWith(const std::function<int(char**)>& call) {
   static const char kFn[] = "initService";
-  if (state_ == nullptr && init() != 0) return 0;
+  if (state_ == nullptr && init() != 0) return DMI_XDSM_FAILED;
   if (state_->initialised == 1) {
     DMI_TRACE(DMI_TR_ON, kFn, "DMAPI service already initialized\n");
-    return 1;
+    return DMI_XDSM_DONE;
   }
   char* version = nullptr;
   if (call(&version) != 0) {
@@ -93,7 +94,7 @@ int XDSMAPI::initServiceWith(const std::function<int(char**)>& call) {
     state_->lastErrno = err;
     DMI_TRACE(DMI_TR_ON, kFn, "ERROR dm_init_service failed rc: %d errno: %d\n", -1, err);
     errno = err;
-    return 0;
+    return DMI_XDSM_FAILED;
   }
   if (TR_DMI) {
     DMI_TRACE(1, kFn, "runtime    : %s\n", version != nullptr ? version : "NULL");
@@ -109,10 +110,10 @@ int XDSMAPI::initServiceWith(const std::function<int(char**)>& call) {
     state_->lastErrno = EINVAL;
     nlfprintf(stderr, 2171, version != nullptr ? version : "NULL");
     errno = EINVAL;
-    return 0;
+    return DMI_XDSM_FAILED;
   }
   state_->initialised = 1;
-  return 1;
+  return DMI_XDSM_DONE;
 }
 
 dm_sessid_t XDSMAPI::createSessionWith(
@@ -151,11 +152,12 @@ int XDSMAPI::destroySessionWith(dm_sessid_t sid, const std::function<int(dm_sess
   static const char kFn[] = "XDSMAPI::destroySession";
   // A forked child inherits the saved session but must never end it: the
   // parent still works with it.
-  if (state_ != nullptr && state_->creator != 0 && state_->creator != getpid()) return 1;
-  if (!haveService("destroySession")) return 0;
+  if (state_ != nullptr && state_->creator != 0 && state_->creator != getpid())
+    return DMI_XDSM_DONE;
+  if (!haveService("destroySession")) return DMI_XDSM_FAILED;
   if (sid == DM_NO_SESSION) {
     if (DMI_TR_ON) trPrintf(__FILE__, __LINE__, "%s: WARNING sessionId = DM_NO_SESSION\n", kFn);
-    return 1;
+    return DMI_XDSM_DONE;
   }
   if (call(sid) == -1) {
     int err = errno;
@@ -163,11 +165,11 @@ int XDSMAPI::destroySessionWith(dm_sessid_t sid, const std::function<int(dm_sess
     if (DMI_TR_ON)
       trPrintf(__FILE__, __LINE__, "%s: ERROR dm_destroy_session() failed, errno: %d\n", kFn, err);
     errno = err;
-    return 0;
+    return DMI_XDSM_FAILED;
   }
   if (sid == state_->sid) {
     state_->sid = DM_NO_SESSION;
     state_->creator = 0;
   }
-  return 1;
+  return DMI_XDSM_DONE;
 }

@@ -7,12 +7,13 @@
 // use DMAPI.
 //
 //   XDSMAPI* x = XDSMAPI::getXDSMAPI();
-//   if (x->initService() != 1) ...;                  // sticky once it worked
+//   if (x->initService() != DMI_XDSM_DONE) ...;  // sticky once it worked
 //   dm_sessid_t sid = x->createSession(0, "name", 0);
 //   x->getDmattr(sid, handle, DM_NO_TOKEN, &name, len, buf, &rlen);
 //
-// Results: initService 1 (initialised) or 0; createSession the new session
-// id or 0; destroySession 1 or 0; every other operation 0 (or a byte count
+// Results: initService and destroySession DMI_XDSM_DONE or DMI_XDSM_FAILED
+// (hsm/dmapi/dmi_status.h); createSession the new session id or 0; every
+// other operation 0 (or a byte count
 // for readInvis) and -1 with errno set, as the provider's dm_ function of
 // the same name.  Failures of the three session operations also leave
 // errno in getLastErrno().
@@ -30,6 +31,7 @@
 #include <cstdint>
 #include <functional>
 
+#include "hsm/dmapi/dmi_status.h"
 #include "hsm/dmapi/xdsm_handle.h"
 #include "hsm/provider/dmapi_iface.h"
 
