@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "diag/nl_test_util.h"
+#include "diag/testing/nl_test_util.h"
 #include "diag/trace.h"
 
 namespace {

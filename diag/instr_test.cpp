@@ -8,7 +8,7 @@
 #include <string>
 #include <thread>
 
-#include "diag/trace_test_util.h"
+#include "diag/testing/trace_test_util.h"
 
 namespace {
 

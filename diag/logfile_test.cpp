@@ -8,7 +8,7 @@
 #include <fstream>
 
 #include "diag/logfile_internal.h"
-#include "diag/nl_test_util.h"
+#include "diag/testing/nl_test_util.h"
 
 using ::testing::EndsWith;
 using ::testing::HasSubstr;

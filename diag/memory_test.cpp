@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string>
 
-#include "diag/trace_test_util.h"
+#include "diag/testing/trace_test_util.h"
 
 namespace {
 

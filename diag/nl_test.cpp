@@ -6,8 +6,8 @@
 #include <sstream>
 #include <thread>
 
-#include "diag/nl_test_util.h"
 #include "diag/nlsobject.h"
+#include "diag/testing/nl_test_util.h"
 #include "diag/trace.h"
 
 using nltest::MessageTest;

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "diag/trace_test_util.h"
+#include "diag/testing/trace_test_util.h"
 
 namespace {
 

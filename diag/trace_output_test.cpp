@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "diag/trace_test_util.h"
+#include "diag/testing/trace_test_util.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "diag/trace_test_util.h"
+#include "diag/testing/trace_test_util.h"
 
 namespace {
 

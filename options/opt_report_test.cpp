@@ -4,7 +4,7 @@
 #include <fstream>
 #include <string>
 
-#include "diag/nl_test_util.h"
+#include "diag/testing/nl_test_util.h"
 #include "options/optobj.h"
 #include "platform/services.h"
 

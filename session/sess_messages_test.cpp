@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <string>
 
-#include "diag/nl_test_util.h"
+#include "diag/testing/nl_test_util.h"
 #include "session/sess.h"
 #include "session/signon.h"
 #include "session/testing/test_server.h"

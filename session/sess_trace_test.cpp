@@ -1,7 +1,7 @@
 // What the session writes to the trace.
 #include <gtest/gtest.h>
 
-#include "diag/trace_test_util.h"
+#include "diag/testing/trace_test_util.h"
 #include "session/sess.h"
 #include "session/signon.h"
 #include "session/testing/test_server.h"

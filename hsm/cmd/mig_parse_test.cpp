@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "diag/nl.h"
-#include "hsm/cmd/cmd_test_util.h"
 #include "hsm/cmd/hsm_global_cb.h"
+#include "hsm/cmd/testing/cmd_test_util.h"
 #include "options/optobj.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // Test support for the message system: the catalogues of the build tree and
 // output functions that record what was shown.
-#ifndef QMX_DIAG_NL_TEST_UTIL_H_
-#define QMX_DIAG_NL_TEST_UTIL_H_
+#ifndef QMX_DIAG_TESTING_NL_TEST_UTIL_H_
+#define QMX_DIAG_TESTING_NL_TEST_UTIL_H_
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -95,4 +95,4 @@ class MessageTest : public ::testing::Test {
 
 }  // namespace nltest
 
-#endif  // QMX_DIAG_NL_TEST_UTIL_H_
+#endif  // QMX_DIAG_TESTING_NL_TEST_UTIL_H_

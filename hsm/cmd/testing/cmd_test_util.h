@@ -1,7 +1,7 @@
 // Test support for the command: the message system on the catalogues of the
 // build tree, showing messages where the command shows them.
-#ifndef QMX_HSM_CMD_CMD_TEST_UTIL_H_
-#define QMX_HSM_CMD_CMD_TEST_UTIL_H_
+#ifndef QMX_HSM_CMD_TESTING_CMD_TEST_UTIL_H_
+#define QMX_HSM_CMD_TESTING_CMD_TEST_UTIL_H_
 
 #include <gtest/gtest.h>
 
@@ -23,4 +23,4 @@ inline void StartMessages() {
 
 }  // namespace cmdtest
 
-#endif  // QMX_HSM_CMD_CMD_TEST_UTIL_H_
+#endif  // QMX_HSM_CMD_TESTING_CMD_TEST_UTIL_H_

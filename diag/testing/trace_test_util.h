@@ -1,6 +1,6 @@
 // Helpers shared by the trace facility's tests.
-#ifndef QMX_DIAG_TRACE_TEST_UTIL_H_
-#define QMX_DIAG_TRACE_TEST_UTIL_H_
+#ifndef QMX_DIAG_TESTING_TRACE_TEST_UTIL_H_
+#define QMX_DIAG_TESTING_TRACE_TEST_UTIL_H_
 
 #include <gtest/gtest.h>
 
@@ -41,4 +41,4 @@ class TraceFixture : public ::testing::Test {
   std::string dir_;
 };
 
-#endif  // QMX_DIAG_TRACE_TEST_UTIL_H_
+#endif  // QMX_DIAG_TESTING_TRACE_TEST_UTIL_H_
