@@ -8,8 +8,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <regex>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,75 +15,14 @@
 #include "testing/files.h"
 #include "testing/process.h"
 #include "tests/sandbox.h"
+#include "tests/testing/attr_fixture.h"
 
 namespace {
 
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> v;
-  std::istringstream in(text);
-  std::string l;
-  while (std::getline(in, l)) v.push_back(l);
-  return v;
-}
-
-// The index of the first line equal to |line|, or -1.
-int Find(const std::vector<std::string>& lines, const std::string& line) {
-  for (size_t i = 0; i < lines.size(); ++i) {
-    if (lines[i] == line) return static_cast<int>(i);
-  }
-  return -1;
-}
-
-std::string Row(const std::string& mode, const std::string& name) {
-  char buf[1400];
-  std::snprintf(buf, sizeof buf, "%5s   %s", mode.c_str(), name.c_str());
-  return buf;
-}
-
-class AttrTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    if (geteuid() != 0)
-      GTEST_SKIP()
-          << "the DMAPI provider keeps its attributes in the trusted namespace: run as root";
-    fs_ = sb_.root() + "/hsmfs";
-    RunResult r = sb_.manageFileSystem(fs_);
-    ASSERT_EQ(r.status, 0) << r.out << r.err;
-  }
-
-  void writeOptions(const std::string& text) {
-    qmxtest::writeFile(sb_.clientDir() + "/ba/bin/qmx.opt", text);
-  }
-
-  void stub(const std::vector<std::string>& args) {
-    RunResult r = sb_.runClient("hsm/bin/qmxstub", args);
-    ASSERT_EQ(r.status, 0) << r.out << r.err;
-  }
-  // A file of |size| bytes made into a stub with |extra| qmxstub options.
-  std::string makeStub(const std::string& rel, const std::vector<std::string>& extra = {}) {
-    std::string p = fs_ + "/" + rel;
-    qmxtest::writeFile(p, "data");
-    std::vector<std::string> args{"migrate", p};
-    args.insert(args.end(), extra.begin(), extra.end());
-    stub(args);
-    return p;
-  }
-  RunResult attr(const std::vector<std::string>& args, RunOptions opts = {}) {
-    if (opts.cwd.empty()) opts.cwd = fs_;
-    return sb_.runClient("hsm/bin/qmxattr", args, opts);
-  }
-  // The sessions in the provider's registry (one file each, named by id).
-  std::string sessions() {
-    return sb_.run({"/bin/sh", "-c", "ls '" + sb_.sys("/run/qmxdmapi") + "' 2>/dev/null"}).out;
-  }
-  std::string show(const std::string& path) {
-    RunResult r = sb_.runClient("hsm/bin/qmxstub", {"show", path});
-    return r.out;
-  }
-
-  Sandbox sb_;
-  std::string fs_;
-};
+using attrtest::AttrTest;
+using attrtest::Find;
+using attrtest::Lines;
+using attrtest::Row;
 
 TEST_F(AttrTest, OnlyTheProgramNameListsTheCurrentDirectory) {
   makeStub("a", {"--mode", "p"});
