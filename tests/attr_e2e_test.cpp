@@ -41,15 +41,29 @@ TEST_F(AttrTest, OnlyTheProgramNameListsTheCurrentDirectory) {
   EXPECT_NE(r.out.find(fs_), std::string::npos);
 }
 
+// The reading end of |fifo| as a blocking descriptor, to be a program's
+// standard input; -1 when it can't be opened.
+int ReaderOf(const std::string& fifo) {
+  int r = open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (r >= 0 && fcntl(r, F_SETFL, 0) != 0) {
+    close(r);
+    return -1;
+  }
+  return r;
+}
+
 TEST_F(AttrTest, ARunLeavesNoSessionBehind) {
-  // While a run waits on a pipe its session is in the registry; after the
-  // run it is gone.
+  // While a run waits on its list, read from a pipe on its standard input,
+  // its session is in the registry; after the run it is gone.
   std::string f = makeStub("f");
   std::string fifo = sb_.root() + "/wait.fifo";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   // The command must not inherit the writing end, or the pipe never ends.
   int w = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
   ASSERT_GE(w, 0);
+  RunOptions o;
+  o.stdinFd = ReaderOf(fifo);
+  ASSERT_GE(o.stdinFd, 0);
   std::string seen;
   std::thread peek([&] {
     // Until the run has made its session (or the wait's end).
@@ -59,9 +73,11 @@ TEST_F(AttrTest, ARunLeavesNoSessionBehind) {
     if (write(w, line.data(), line.size()) < 0) return;
     close(w);
   });
-  RunResult r = attr({"-FILELIST=" + fifo});
+  RunResult r = attr({"-FILELIST=-"}, o);
   peek.join();
+  close(o.stdinFd);
   EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_GE(Find(Lines(r.out), Row("n", "f")), 0) << r.out;
   EXPECT_NE(seen, "");
   EXPECT_EQ(sessions(), "");
 }
@@ -304,7 +320,7 @@ TEST_F(AttrTest, FullTmpStopsTheCommandAfterTheBanner) {
 }
 
 TEST_F(AttrTest, SigtermEndsTheRunWith255AndLeavesNoSession) {
-  // A file list that is a pipe keeps the command waiting in the middle of
+  // A file list read from a pipe keeps the command waiting in the middle of
   // its work, with its DMAPI session open, until the signal comes.
   std::string f = makeStub("f");
   std::string fifo = sb_.root() + "/list.fifo";
@@ -314,10 +330,13 @@ TEST_F(AttrTest, SigtermEndsTheRunWith255AndLeavesNoSession) {
   std::string line = f + "\n";
   ASSERT_EQ(write(w, line.data(), line.size()), static_cast<ssize_t>(line.size()));
   RunOptions o;
+  o.stdinFd = ReaderOf(fifo);
+  ASSERT_GE(o.stdinFd, 0);
   o.signal = SIGTERM;
   // Once the command has taken the listed name and waits for the next.
   o.signalWhen = [&](pid_t pid) { return qmxtest::waitsReading(pid, fifo); };
-  RunResult r = attr({"-FILELIST=" + fifo}, o);
+  RunResult r = attr({"-FILELIST=-"}, o);
+  close(o.stdinFd);
   close(w);
   EXPECT_FALSE(r.timedOut);
   EXPECT_EQ(r.status, 255) << r.err;

@@ -271,10 +271,8 @@ int DscMigAttr(Sess_o* sess) {
   int rc = fileList.init();
   if (rc != 0) {
     if (Tracing()) trPrintf(__FILE__, __LINE__, "filelist initialization failed. rc= %d\n", rc);
-    if (rc == CMD_RC_FILELIST) {
-      nlfprintf(stderr, 14005, cb->fileListName, "", "");
-      nlfprintf(stderr, 9219);
-    }
+    // The list has said why it can't be used.
+    if (rc == CMD_RC_FILELIST) nlfprintf(stderr, 9219);
     return CMD_EXIT_FAILED;
   }
 
@@ -379,6 +377,8 @@ int DscMigAttr(Sess_o* sess) {
     if (noOperands) break;
     if (stop == 0) operand = fileList.getNextItem();
   }
+  // Names the list could not give were not worked on: the run failed.
+  if (stop == 0 && fileList.failed()) stop = CMD_EXIT_FAILED;
 
   if (stop == 0 && dirs) {
     for (const dirListNode_t* n = dirs->head(); n != nullptr && stop == 0; n = n->next) {
