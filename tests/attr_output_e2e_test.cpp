@@ -1,6 +1,7 @@
 // Where qmxattr's words go and what its exit status says when they can't
-// get there: error logs that are no plain files or fill up, and the
-// error-log options of the system option file.
+// get there: standard output that fails or is closed, error logs that are
+// no plain files or fill up, the error-log options of the system option
+// file, and operands the command can't work on.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
@@ -28,6 +29,36 @@ RunOptions Bounded() {
   RunOptions o;
   o.timeoutSec = kHangLimitSec;
   return o;
+}
+
+TEST_F(AttrTest, AFullStandardOutputIsAnErrorWithAMessage) {
+  std::string f = makeStub("f");
+  RunResult r = attrInShell("exec \"$0\" \"$@\" > /dev/full", {f});
+  EXPECT_EQ(r.status, 12) << r.err;
+  EXPECT_NE(r.err.find("ANS4020E Standard output could not be written: No space left on device"),
+            std::string::npos)
+      << r.err;
+  EXPECT_EQ(sessions(), "");
+}
+
+TEST_F(AttrTest, AClosedPipeEndsTheRunQuietlyAsSigpipeWould) {
+  // Far more lines than a pipe holds, so that the reader is gone while the
+  // command still has lines to write.
+  qmxtest::makeDirs(fs_ + "/many");
+  for (int i = 0; i < 1500; ++i) {
+    qmxtest::writeFile(fs_ + "/many/" + std::string(100, 'n') + std::to_string(i), "x");
+  }
+  std::string status = sb_.root() + "/status";
+  RunOptions o;
+  o.env["STATUS"] = status;
+  RunResult r =
+      attrInShell("{ \"$0\" \"$@\"; echo $? > \"$STATUS\"; } | head -1", {fs_ + "/many"}, o);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(qmxtest::readFile(status), "141\n");  // 128 + SIGPIPE
+  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(Lines(r.out).size(), 1u) << r.out;
+  EXPECT_EQ(sessions(), "");
+  EXPECT_EQ(qmxtest::readFile(defaultLog()), "");
 }
 
 TEST_F(AttrTest, AnErrorLogThatIsALinkIsNeverWrittenThrough) {
@@ -150,6 +181,19 @@ TEST_F(AttrTest, ErrorLogOptionsOfTheSystemFileTakeEffect) {
   text = qmxtest::readFile(mine);
   EXPECT_EQ(text.find("very old line"), std::string::npos) << text;
   EXPECT_EQ(Count(text, "ANS9126E"), 1u) << text;
+}
+
+TEST_F(AttrTest, AnOperandInBracesIsSkippedLikeAnyBadName) {
+  std::string f = makeStub("f");
+  for (const std::vector<std::string>& args :
+       {std::vector<std::string>{"{", f}, std::vector<std::string>{f, "{"},
+        std::vector<std::string>{f, "{fs}/a"}}) {
+    SCOPED_TRACE(args[0] + " " + args[1]);
+    RunResult r = attr(args);
+    EXPECT_EQ(r.status, 12) << r.err;  // the error message's code
+    EXPECT_NE(r.err.find("ANS1081E '{"), std::string::npos) << r.err;
+    EXPECT_GE(Find(Lines(r.out), Row("n", "f")), 0) << r.out;
+  }
 }
 
 }  // namespace
