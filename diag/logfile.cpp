@@ -1,6 +1,7 @@
 // Log files: opening, line writing and wrapping within a maximum size.
 #include "diag/logfile.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,8 +12,10 @@
 
 #include "diag/diag_status.h"
 #include "diag/logfile_internal.h"
+#include "diag/nl.h"
 #include "diag/nlsobject.h"
 #include "diag/trace.h"
+#include "platform/careful_file.h"
 #include "platform/clock.h"
 
 DLogFile DLogFile::errorLogFile;
@@ -38,10 +41,24 @@ void LoadMarker(unsigned num, char* marker) {
   free(text);
 }
 
+// Writes |n| bytes at |p| to |fd| at offset |at|.  Returns 0 or an errno.
+int WriteAt(int fd, unsigned long at, const char* p, size_t n) {
+  if (lseek(fd, static_cast<off_t>(at), SEEK_SET) < 0) return errno;
+  return psWriteAll(fd, p, n) == 0 ? 0 : errno;
+}
+
+// The first line of |fd| (at most |size| - 1 bytes) into |buf|; "" when
+// there is none.
+void FirstLine(int fd, char* buf, size_t size) {
+  ssize_t n = pread(fd, buf, size - 1, 0);
+  buf[n > 0 ? n : 0] = '\0';
+  buf[strcspn(buf, "\n")] = '\0';
+}
+
 }  // namespace
 
 DLogFile::~DLogFile() {
-  if (stream != nullptr) fclose(stream);
+  if (fd >= 0) close(fd);
 }
 
 void DLogFile::setLoggingEnabled(int on) {
@@ -79,7 +96,7 @@ int DLogFile::InitializeLogFile(DLogFile& log, unsigned long maxSize, const char
   return 0;
 }
 
-int utBuildPath(const char* path) {
+int utBuildPath(const char* path, mode_t mode) {
   if (path == nullptr || *path == '\0') return PS_RC_BADARG;
   std::string p = path;
   size_t slash = p.find_last_of('/');
@@ -96,7 +113,7 @@ int utBuildPath(const char* path) {
       }
       continue;
     }
-    if (mkdir(dir.c_str(), 0755) != 0 && errno != EEXIST) {
+    if (mkdir(dir.c_str(), mode) != 0 && errno != EEXIST) {
       int err = errno;
       if (TR_GENERAL) {
         trPrintf(__FILE__, __LINE__, "utBuildPath(): mkdir(%s) failed, errno = %d, %s\n",
@@ -110,15 +127,46 @@ int utBuildPath(const char* path) {
   return 0;
 }
 
+int DLogFile::openChecked(int flags) {
+  psFileKind_t kind = psFileRegular;
+  int f = psOpenOwnFile(name.c_str(), flags, 0666, &kind);
+  if (f < 0) {
+    int err = errno;
+    failedKind = kind;
+    // A FIFO without a reader (ENXIO) or a directory (EISDIR) fails before
+    // its kind is looked at; it is refused for what it is all the same.
+    switch (kind) {
+      case psFileDirectory:
+      case psFileFifo:
+      case psFileSocket:
+      case psFileCharDevice:
+      case psFileBlockDevice:
+        err = EINVAL;
+        break;
+      default:
+        break;
+    }
+    if (TR_GENERAL) {
+      trPrintf(__FILE__, __LINE__, "Log file '%s' refused: %s (%s)\n", name.c_str(), strerror(err),
+               psFileKindName(kind));
+    }
+    return err;
+  }
+  fd = f;
+  return 0;
+}
+
 int DLogFile::utOpenOutputFile(const char* fileName) {
   if (fileName == nullptr || *fileName == '\0') return EINVAL;
   psMutexGuard g(&nls_mutex);
   utCloseOutputFile();
   name = fileName;
   lastError = 0;
+  failedKind = psFileRegular;
+  writeFailureShown = false;
   if (TR_GENERAL) trPrintf(__FILE__, __LINE__, "Opening log file '%s'\n", fileName);
   struct stat st;
-  if (stat(fileName, &st) != 0 && errno == ENOENT) {
+  if (lstat(fileName, &st) != 0 && errno == ENOENT) {
     int rc = utBuildPath(fileName);
     if (rc != 0) {
       lastError = rc;
@@ -131,27 +179,32 @@ int DLogFile::utOpenOutputFile(const char* fileName) {
     if (rc != 0) {
       lastError = rc;
       wrapping = 0;
+      utCloseOutputFile();
     }
     return rc;
   }
   wrapping = 0;
-  bool pruned = retentionDays > 0 && utPruneFile() == 0;
-  stream = fopen(fileName, "a");
-  if (stream == nullptr) {
-    lastError = errno;
-    if (pruned) {
-      logprune::Report(name, "Couldn't reopen <%s> after pruning. errno = %d, %s\n", fileName,
-                       lastError, strerror(lastError));
+  // The file is checked (and made) before the pruner reads or replaces it.
+  int rc = openChecked(O_WRONLY | O_APPEND);
+  if (rc == 0 && retentionDays > 0) {
+    // Pruning puts a new file in the old one's place: the log is opened
+    // again afterwards.
+    utCloseOutputFile();
+    bool pruned = utPruneFile() == 0;
+    rc = openChecked(O_WRONLY | O_APPEND);
+    if (rc != 0 && pruned) {
+      logprune::Report(name, "Couldn't reopen <%s> after pruning. errno = %d, %s\n", fileName, rc,
+                       strerror(rc));
     }
-    return lastError;
   }
-  return 0;
+  lastError = rc;
+  return rc;
 }
 
 int DLogFile::utCloseOutputFile() {
-  if (stream == nullptr) return 0;
-  int rc = fclose(stream) == 0 ? 0 : errno;
-  stream = nullptr;
+  if (fd < 0) return 0;
+  int rc = close(fd) == 0 ? 0 : errno;
+  fd = -1;
   return rc;
 }
 
@@ -159,101 +212,91 @@ size_t DLogFile::headerLength() const {
   return logprune::HeaderText(0, maxSize).size();
 }
 
-int DLogFile::writeHeader(FILE* f, unsigned long next) {
-  std::string h = logprune::HeaderText(next, maxSize);
-  if (fseek(f, 0, SEEK_SET) != 0 || fwrite(h.data(), 1, h.size(), f) != h.size()) return errno;
-  return 0;
-}
-
 int DLogFile::utCheckWrap(size_t length) {
-  if (!wrapping || stream == nullptr) return 0;
+  if (!wrapping || fd < 0) return 0;
   const size_t header = headerLength();
   // Another process may have written since: the header has the truth.
-  char first[64] = {};
+  char first[64];
+  FirstLine(fd, first, sizeof first);
   unsigned long next = 0;
-  if (fseek(stream, 0, SEEK_SET) == 0 && fgets(first, sizeof first, stream) != nullptr &&
-      sscanf(first, "LOGHEADERREC %lu", &next) == 1) {
-    nextWrite = next < header ? header : next;
-  }
+  if (sscanf(first, "LOGHEADERREC %lu", &next) == 1) nextWrite = next < header ? header : next;
   if (nextWrite < header) nextWrite = header;
   const size_t eod = strlen(endOfData);
   const size_t cont = strlen(continued);
   if (nextWrite + length + 1 + eod >= maxSize - cont - 1 && maxSize > header + cont + 1) {
     // Close the round: the continued marker, then padding up to exactly
-    // the maximum, and start again after the header.
-    if (fseek(stream, static_cast<long>(nextWrite), SEEK_SET) != 0) return errno;
-    fprintf(stream, "%s\n", continued);
-    long at = ftell(stream);
-    long remaining = static_cast<long>(maxSize) - at;
+    // the maximum ("*" ending a run of blanks), and start again after the
+    // header.
+    std::string fill = std::string(continued) + "\n";
+    long remaining = static_cast<long>(maxSize) - static_cast<long>(nextWrite + fill.size());
     if (remaining == 1) {
-      fputs("\n", stream);
+      fill += "\n";
     } else if (remaining > 1) {
-      fprintf(stream, "%*s\n", static_cast<int>(remaining - 1), "*");
+      fill.append(static_cast<size_t>(remaining - 2), ' ').append("*\n");
     }
-    if (fflush(stream) != 0) return errno;
+    int rc = WriteAt(fd, nextWrite, fill.data(), fill.size());
+    if (rc != 0) return rc;
     nextWrite = header;
   }
-  if (fseek(stream, static_cast<long>(nextWrite), SEEK_SET) != 0) return errno;
   return 0;
 }
 
 int DLogFile::utSetNextWrite() {
-  if (!wrapping || stream == nullptr) return 0;
-  long at = ftell(stream);
-  if (at < 0) return errno;
-  nextWrite = static_cast<unsigned long>(at);
+  if (!wrapping || fd < 0) return 0;
   char head[32];
   int n = snprintf(head, sizeof head, "LOGHEADERREC %-12lu", nextWrite);
-  if (fseek(stream, 0, SEEK_SET) != 0 || fwrite(head, 1, n, stream) != static_cast<size_t>(n) ||
-      fseek(stream, at, SEEK_SET) != 0) {
-    return errno;
-  }
-  fprintf(stream, "%s\n", endOfData);
+  int rc = WriteAt(fd, 0, head, static_cast<size_t>(n));
+  if (rc != 0) return rc;
+  std::string marker = std::string(endOfData) + "\n";
+  rc = WriteAt(fd, nextWrite, marker.data(), marker.size());
   if (TR_GENERAL) {
     trPrintf(__FILE__, __LINE__, "utSetNextWrite(): nextWrite for END OF DATA is %d .\n",
              static_cast<int>(nextWrite));
   }
-  if (fflush(stream) != 0) return errno;
-  return fseek(stream, at, SEEK_SET) == 0 ? 0 : errno;
+  return rc;
 }
 
 int DLogFile::utWrapFile() {
-  FILE* f = fopen(name.c_str(), "r+");
-  if (f == nullptr) {
-    if (errno != ENOENT) return errno;
-    f = fopen(name.c_str(), "w+");
-    if (f == nullptr) return errno;
-    stream = f;
+  int rc = openChecked(O_RDWR);
+  if (rc != 0) return rc;
+  struct stat st;
+  if (fstat(fd, &st) != 0) return errno;
+  if (st.st_size == 0) {
     // A new file: the header first, then the end-of-data marker after it.
-    if (writeHeader(f, 0) != 0 || fseek(f, static_cast<long>(headerLength()), SEEK_SET) != 0) {
-      int err = errno;
-      utCloseOutputFile();
-      return err;
-    }
-    return utSetNextWrite();
+    nextWrite = headerLength();
+    std::string h = logprune::HeaderText(0, maxSize);
+    rc = WriteAt(fd, 0, h.data(), h.size());
+    return rc != 0 ? rc : utSetNextWrite();
   }
-  char first[256] = {};
+  char first[256];
+  FirstLine(fd, first, sizeof first);
   unsigned long next = 0, oldMax = 0;
-  bool hasHeader = fgets(first, sizeof first, f) != nullptr &&
-                   sscanf(first, "LOGHEADERREC %lu %lu", &next, &oldMax) == 2;
+  bool hasHeader = sscanf(first, "LOGHEADERREC %lu %lu", &next, &oldMax) == 2;
   // A header that points past the end of the file cannot be trusted.
-  if (hasHeader && (fseek(f, 0, SEEK_END) != 0 || next > static_cast<unsigned long>(ftell(f)))) {
-    hasHeader = false;
-  }
+  if (hasHeader && next > static_cast<unsigned long>(st.st_size)) hasHeader = false;
   if (hasHeader && oldMax == maxSize) {
-    stream = f;
     nextWrite = next < headerLength() ? headerLength() : next;
-    return fseek(f, static_cast<long>(nextWrite), SEEK_SET) == 0 ? 0 : errno;
+    return 0;
   }
-  return convertWrapFile(f, hasHeader, next);
+  return convertWrapFile(hasHeader, next);
 }
 
-int DLogFile::convertWrapFile(FILE* old, bool hasHeader, unsigned long oldNext) {
+int DLogFile::convertWrapFile(bool hasHeader, unsigned long oldNext) {
   std::vector<std::string> lines;
   if (!noConvert) {
+    int copy = dup(fd);
+    FILE* old = copy >= 0 ? fdopen(copy, "r") : nullptr;
+    if (old == nullptr) {
+      int err = errno;
+      if (copy >= 0) close(copy);
+      return err;
+    }
     lines = logprune::ReadEntries(old, hasHeader, oldNext, headerLength(), endOfData, continued);
+    fclose(old);
   }
-  fclose(old);
+  struct stat st;
+  const mode_t mode = fstat(fd, &st) == 0 ? (st.st_mode & 07777) : 0644;
+  utCloseOutputFile();
   // Keep the newest entries that fit below the wrap point of the new size.
   const size_t header = headerLength();
   const size_t room = maxSize > header + strlen(endOfData) + strlen(continued) + 3
@@ -261,28 +304,26 @@ int DLogFile::convertWrapFile(FILE* old, bool hasHeader, unsigned long oldNext) 
                           : 0;
   size_t total = 0, first = lines.size();
   while (first > 0 && total + lines[first - 1].size() <= room) total += lines[--first].size();
+  // The converted log is written beside the old one and renamed over it,
+  // so that a failure leaves the old log whole.
   std::string tmp = name + ".tmp";
-  FILE* t = fopen(tmp.c_str(), "w+");
-  if (t == nullptr) return errno;
+  int t = psOpenOwnFile(tmp.c_str(), O_WRONLY | O_TRUNC, mode, nullptr);
+  if (t < 0) return errno;
   std::string h = logprune::HeaderText(header + total, maxSize);
-  bool ok = fwrite(h.data(), 1, h.size(), t) == h.size();
-  for (size_t i = first; ok && i < lines.size(); ++i) {
-    ok = fwrite(lines[i].data(), 1, lines[i].size(), t) == lines[i].size();
+  int err = psWriteAll(t, h.data(), h.size()) == 0 ? 0 : errno;
+  for (size_t i = first; err == 0 && i < lines.size(); ++i) {
+    if (psWriteAll(t, lines[i].data(), lines[i].size()) != 0) err = errno;
   }
-  ok = ok && fflush(t) == 0;
-  int err = ok ? 0 : errno;
-  fclose(t);
-  if (ok && rename(tmp.c_str(), name.c_str()) != 0) {
-    ok = false;
-    err = errno;
-  }
-  if (!ok) {
-    remove(tmp.c_str());
+  if (err == 0 && fchmod(t, mode) != 0) err = errno;
+  if (close(t) != 0 && err == 0) err = errno;
+  if (err == 0 && rename(tmp.c_str(), name.c_str()) != 0) err = errno;
+  if (err != 0) {
+    unlink(tmp.c_str());
     return err;
   }
-  stream = fopen(name.c_str(), "r+");
-  if (stream == nullptr) return errno;
-  if (fseek(stream, static_cast<long>(header + total), SEEK_SET) != 0) return errno;
+  int rc = openChecked(O_RDWR);
+  if (rc != 0) return rc;
+  nextWrite = header + total;
   return utSetNextWrite();
 }
 
@@ -290,7 +331,7 @@ int DLogFile::writeLine(const char* text) {
   if (nlsObj == nullptr || text == nullptr) return PS_RC_BADARG;
   if (!loggingOn) return 0;
   if (nlLockMutex() != 0) return PS_RC_BADARG;
-  if (stream == nullptr) {
+  if (fd < 0) {
     nlUnlockMutex();
     return 0;
   }
@@ -300,22 +341,31 @@ int DLogFile::writeLine(const char* text) {
   char date[64] = "", timeText[64] = "";
   if (psLocalTime(now, &lt) != nullptr) dateFmt(&lt, date, timeText, sizeof date);
   const size_t len = strlen(text);
-  const bool addNewline = len == 0 || text[len - 1] != '\n';
-  int rc = utCheckWrap(strlen(date) + strlen(timeText) + len + 2 + (addNewline ? 1 : 0));
-  int written = 0;
-  if (rc == 0) {
-    written = fprintf(stream, "%s %s %s%s", date, timeText, text, addNewline ? "\n" : "");
-    if (written < 0 || fflush(stream) != 0) rc = errno != 0 ? errno : EIO;
+  std::string line = std::string(date) + " " + timeText + " " + text;
+  if (len == 0 || text[len - 1] != '\n') line += "\n";
+  int rc = utCheckWrap(line.size());
+  if (rc == 0 && wrapping) {
+    rc = WriteAt(fd, nextWrite, line.data(), line.size());
+    if (rc == 0) {
+      nextWrite += line.size();
+      rc = utSetNextWrite();
+    }
+  } else if (rc == 0) {
+    rc = psWriteAll(fd, line.data(), line.size()) == 0 ? 0 : errno;
   }
-  if (rc == 0) rc = utSetNextWrite();
   if (rc != 0) {
     lastError = rc;
-    clearerr(stream);
+    const bool show = !writeFailureShown;
+    writeFailureShown = true;
+    const std::string shown = name;
     nlUnlockMutex();
+    // Said once: a log that can't take one line rarely takes the next, and
+    // the message itself goes to the logs as well.
+    if (show) nlfprintf(stderr, 1399, shown.c_str(), rc, strerror(rc));
     return DIAG_RC_LOGWRITE;
   }
   nlUnlockMutex();
-  return written;
+  return static_cast<int>(line.size());
 }
 
 int LogMsg(const char* text) {

@@ -10,6 +10,12 @@
 //   if (DLogFile::errorLogFile.utOpenOutputFile(path) != 0) ...  // 1398
 //   LogMsg("ANS1234E Something happened.\n");
 //
+// A log is opened only where it is a regular file of its own: never through
+// a symbolic link, never a FIFO or a device (which could block the process
+// or swallow the lines), and without waiting on anything.  Every write is
+// checked; the first line a log can't take is reported once on standard
+// error (message 1399, a warning), so that lost lines never go unnoticed.
+//
 // A wrapping log starts with the header line
 //   "LOGHEADERREC <next-write, %-12lu><maximum, %-10u> <banner> <build date>"
 // and a blank line.  New lines are written at the next-write offset and
@@ -23,11 +29,14 @@
 #ifndef QMX_DIAG_LOGFILE_H_
 #define QMX_DIAG_LOGFILE_H_
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdio>
 #include <string>
 
 #include "diag/diag_status.h"
+#include "platform/careful_file.h"
 
 class DLogFile {
  public:
@@ -59,10 +68,12 @@ class DLogFile {
                                unsigned retentionDays, char retentionMode, int oemText,
                                int noConvert);
 
-  // Opens the log |name| for writing, creating its directory path when
-  // needed, then sets up wrapping or prunes.  Returns 0, or an errno when
-  // the file cannot be opened (the log stays closed and lastErrno() holds
-  // it).  Reopening closes the previous file first.
+  // Opens the log |name| for writing, creating it (and its directory path)
+  // when needed, then sets up wrapping or prunes.  Returns 0, or an errno
+  // when the file cannot be opened (the log stays closed and lastErrno()
+  // holds it): ELOOP when |name| is a symbolic link, EINVAL when it is no
+  // regular file (lastKind() says what it is).  Reopening closes the
+  // previous file first.
   int utOpenOutputFile(const char* name);
   // Closes the log.  Returns 0 or an errno.
   int utCloseOutputFile();
@@ -71,20 +82,17 @@ class DLogFile {
   // does not end in one.  Returns PS_RC_BADARG when the message system, the
   // text or the message mutex is missing, 0 when logging is off,
   // DIAG_RC_LOGWRITE on a write error (lastErrno() keeps the errno; later
-  // lines are still tried), else the number of bytes written.  The log must
-  // be open (else 0).
+  // lines are still tried; the first failure since the log was opened is
+  // reported with message 1399), else the number of bytes written.  The log
+  // must be open (else 0).
   int writeLine(const char* text);
 
-  // Wrapping bookkeeping: make room for |length| bytes at the next-write
-  // offset (wrapping to the top when they would pass the maximum), and
-  // record the offset after a line.  Return 0 or an errno.
-  int utCheckWrap(size_t length);
-  int utSetNextWrite();
-
-  bool isOpen() const { return stream != nullptr; }
+  bool isOpen() const { return fd >= 0; }
   bool isWrapping() const { return wrapping != 0; }
   unsigned long nextWriteOffset() const { return nextWrite; }
   int lastErrno() const { return lastError; }
+  // What stood at the name when the last open failed with EINVAL or ELOOP.
+  psFileKind_t lastKind() const { return failedKind; }
   const std::string& fileName() const { return name; }
 
   // Switches writing on or off for every log (SetMsgLoggingMode).
@@ -98,10 +106,19 @@ class DLogFile {
   static const char* continuedMarker();
 
  private:
+  // Opens |name| as the log's descriptor with |flags| (psOpenOwnFile).
+  // Returns 0 or an errno (failedKind set).
+  int openChecked(int flags);
   int utWrapFile();
   int utPruneFile();
-  int convertWrapFile(FILE* old, bool hasHeader, unsigned long oldNext);
-  int writeHeader(FILE* f, unsigned long next);
+  int convertWrapFile(bool hasHeader, unsigned long oldNext);
+  // Wrapping bookkeeping: make room for |length| bytes at the next-write
+  // offset (wrapping to the top when they would pass the maximum), and,
+  // once a line is written and nextWrite is the offset after it, record
+  // that offset in the header and mark the end of the data there.  Return
+  // 0 or an errno.
+  int utCheckWrap(size_t length);
+  int utSetNextWrite();
   size_t headerLength() const;
 
   unsigned long maxSize = 0;  // bytes; 0: no wrapping
@@ -111,16 +128,18 @@ class DLogFile {
   unsigned retentionDays = 0;
   char retentionMode = 'D';
   int lastError = 0;  // errno of the last failed write
-  FILE* stream = nullptr;
+  psFileKind_t failedKind = psFileRegular;
+  bool writeFailureShown = false;  // message 1399 given for this opening
+  int fd = -1;
   int oemText = 0;
   int noConvert = 0;
   std::string saveName;  // file for pruned entries in mode 'S'
 };
 
 // Makes every missing directory of |path| up to its last "/" (the file
-// itself is not created).  Returns 0 or an errno; trace lines begin
-// "utBuildPath(): ".
-int utBuildPath(const char* path);
+// itself is not created), each with |mode| (less the umask).  Returns 0 or
+// an errno; trace lines begin "utBuildPath(): ".
+int utBuildPath(const char* path, mode_t mode = 0755);
 
 // One line into the error, schedule, audit or web log (see writeLine).
 int LogMsg(const char* text);

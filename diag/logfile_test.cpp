@@ -1,14 +1,21 @@
 #include "diag/logfile.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <ctime>
 #include <fstream>
 
+#include "diag/globalrc.h"
 #include "diag/logfile_internal.h"
 #include "diag/testing/nl_test_util.h"
+#include "testing/files.h"
+#include "testing/process.h"
 
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
@@ -77,12 +84,69 @@ TEST_F(LogTest, MissingPiecesGive109) {
   EXPECT_EQ(qmxtest::readFile(Path("qmxerror.log")), "");
 }
 
-TEST_F(LogTest, FailedWriteGives621AndKeepsTheErrno) {
-  DLogFile::InitializeLogFile(DLogFile::errorLogFile, 0, "qmxerlog.pru", 0, 'D', 0, 0);
-  ASSERT_EQ(DLogFile::errorLogFile.utOpenOutputFile("/dev/full"), 0);
-  EXPECT_EQ(LogMsg("ANS1234E Disk full."), 621);
-  EXPECT_EQ(DLogFile::errorLogFile.lastErrno(), ENOSPC);
-  EXPECT_EQ(LogMsg("ANS1234E Still tried."), 621);
+TEST_F(LogTest, AFailedWriteGives621AndIsReportedOnceAsAWarning) {
+  const std::string p = Path("capped.log");
+  // Larger than anything the child writes elsewhere (its standard error).
+  const std::string before(4096, '.');
+  qmxtest::writeFile(p, before);
+  OpenErrorLog(p);
+  const std::string errPath = Path("stderr");
+  // In a child whose files may not grow: every line the log is given
+  // fails with EFBIG, as on a full file system.
+  pid_t child = qmxtest::forkChild([&] {
+    signal(SIGXFSZ, SIG_IGN);
+    struct rlimit cap = {before.size(), before.size()};
+    int e = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    if (setrlimit(RLIMIT_FSIZE, &cap) != 0 || e < 0 || dup2(e, 2) < 0) return 2;
+    if (LogMsg("ANS1234E Lost.") != 621) return 3;
+    if (DLogFile::errorLogFile.lastErrno() != EFBIG) return 4;
+    if (LogMsg("ANS1234E Still tried.") != 621) return 5;
+    if (pGlobalRC->getMax() != 8) return 6;  // message 1399 is a warning
+    return 0;
+  });
+  qmxtest::ChildEnd end = qmxtest::waitChild(child);
+  EXPECT_EQ(end.how, "exited with 0");
+  std::string err = qmxtest::readFile(errPath);
+  EXPECT_THAT(err, HasSubstr("ANS1399W The log file '" + p +
+                             "' could not be written (errno 27: File too large)."));
+  EXPECT_EQ(err.find("ANS1399W"), err.rfind("ANS1399W")) << err;
+  EXPECT_EQ(qmxtest::readFile(p), before);
+}
+
+TEST_F(LogTest, OnlyARegularFileOfItsOwnBecomesTheLog) {
+  // A link is never followed: the file it points to stays as it was.
+  const std::string target = Path("target");
+  qmxtest::writeFile(target, "keep\n");
+  const std::string link = Path("link.log");
+  ASSERT_EQ(symlink(target.c_str(), link.c_str()), 0);
+  DLogFile& log = DLogFile::errorLogFile;
+  DLogFile::InitializeLogFile(log, 0, "qmxerlog.pru", 0, 'D', 0, 0);
+  EXPECT_EQ(log.utOpenOutputFile(link.c_str()), ELOOP);
+  EXPECT_EQ(log.lastKind(), psFileSymlink);
+  EXPECT_FALSE(log.isOpen());
+  EXPECT_EQ(LogMsg("ANS1234E Not through the link."), 0);
+  EXPECT_EQ(qmxtest::readFile(target), "keep\n");
+
+  // A FIFO nobody reads, an endless device and a directory are refused
+  // without waiting, whether the log wraps, is pruned or neither.
+  const std::string fifo = Path("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const struct {
+    std::string path;
+    psFileKind_t kind;
+  } refused[] = {
+      {fifo, psFileFifo}, {"/dev/zero", psFileCharDevice}, {dir.path(), psFileDirectory}};
+  for (unsigned long maxSize : {0ul, 4000ul}) {
+    for (unsigned retention : {0u, 3u}) {
+      if (maxSize > 0 && retention > 0) continue;  // a log wraps or is pruned
+      for (const auto& r : refused) {
+        DLogFile::InitializeLogFile(log, maxSize, "qmxerlog.pru", retention, 'D', 0, 0);
+        EXPECT_EQ(log.utOpenOutputFile(r.path.c_str()), EINVAL) << r.path;
+        EXPECT_EQ(log.lastKind(), r.kind) << r.path;
+        EXPECT_FALSE(log.isOpen());
+      }
+    }
+  }
 }
 
 TEST_F(LogTest, DirectoriesOfTheLogAreCreated) {

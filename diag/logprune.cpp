@@ -1,5 +1,10 @@
 // Pruning a log of entries older than the retention days, and reading the
 // entries of an existing log for conversion to a new maximum size.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
@@ -8,6 +13,7 @@
 #include "diag/logfile.h"
 #include "diag/logfile_internal.h"
 #include "diag/nl.h"
+#include "platform/careful_file.h"
 #include "platform/clock.h"
 
 namespace {
@@ -64,13 +70,18 @@ std::string PruneLogPath(const std::string& logName) {
 }
 
 void Report(const std::string& logName, const char* fmt, ...) {
-  FILE* f = fopen(PruneLogPath(logName).c_str(), "a");
-  if (f == nullptr) return;
+  char text[2048];
   va_list ap;
   va_start(ap, fmt);
-  vfprintf(f, fmt, ap);
+  int n = vsnprintf(text, sizeof text, fmt, ap);
   va_end(ap);
-  fclose(f);
+  if (n < 0) return;
+  int fd = psOpenOwnFile(PruneLogPath(logName).c_str(), O_WRONLY | O_APPEND, 0666, nullptr);
+  if (fd < 0) return;
+  // The pruning log is the pruner's last word: a failure here has nowhere
+  // else to go.
+  (void)psWriteAll(fd, text, std::min(static_cast<size_t>(n), sizeof text - 1));
+  close(fd);
 }
 
 std::vector<std::string> ReadEntries(FILE* f, bool hasHeader, unsigned long next,
@@ -118,15 +129,36 @@ std::vector<std::string> ReadEntries(FILE* f, bool hasHeader, unsigned long next
 
 }  // namespace logprune
 
-int DLogFile::utPruneFile() {
-  FILE* in = fopen(name.c_str(), "r");
-  if (in == nullptr) {
-    if (errno == ENOENT) return 0;  // a new log: nothing to prune
+namespace {
+
+// A file the pruner writes: its descriptor, and the report its first
+// failure gets.
+struct PruneOutput {
+  int fd = -1;
+  const char* what;  // "temp pruning file" or "saved pruning recs file"
+  int write(const std::string& logName, const std::string& line) {
+    if (psWriteAll(fd, line.data(), line.size()) == 0) return 0;
     int err = errno;
+    logprune::Report(logName, "error writing to %s.\nerrno = %d, %s\n", what, err, strerror(err));
+    return err;
+  }
+};
+
+}  // namespace
+
+int DLogFile::utPruneFile() {
+  int inFd = psOpenForReading(name.c_str(), psNoLinks, nullptr);
+  FILE* in = inFd >= 0 ? fdopen(inFd, "r") : nullptr;
+  if (in == nullptr) {
+    int err = errno;
+    if (inFd >= 0) close(inFd);
+    if (err == ENOENT) return 0;  // a new log: nothing to prune
     logprune::Report(name, "Couldn't open <%s> for pruning. errno = %d, %s\n", name.c_str(), err,
                      strerror(err));
     return err;
   }
+  struct stat st;
+  const mode_t mode = fstat(inFd, &st) == 0 ? (st.st_mode & 07777) : 0644;
   time_t now;
   psGetTimeMs(&now, nullptr);
   struct tm today;
@@ -152,27 +184,28 @@ int DLogFile::utPruneFile() {
   logprune::Report(name, "Log Pruner started.\nLog Retention Days = %u.\n", retentionDays);
 
   const std::string tmp = name + ".prunetmp";
-  FILE* out = fopen(tmp.c_str(), "w");
-  if (out == nullptr) {
+  PruneOutput out{psOpenOwnFile(tmp.c_str(), O_WRONLY | O_TRUNC, mode, nullptr),
+                  "temp pruning file"};
+  if (out.fd < 0) {
     int err = errno;
     logprune::Report(name, "Couldn't open temp file <%s> for pruning.\nerrno = %d, %s\n",
                      tmp.c_str(), err, strerror(err));
     fclose(in);
     return err;
   }
-  FILE* save = nullptr;
+  PruneOutput save{-1, "saved pruning recs file"};
   if (retentionMode == 'S' || retentionMode == 's') {
     std::string savePath =
         saveName.find('/') == std::string::npos ? DirOf(name) + "/" + saveName : saveName;
-    save = fopen(savePath.c_str(), "a");
-    if (save == nullptr) {
+    save.fd = psOpenOwnFile(savePath.c_str(), O_WRONLY | O_APPEND, mode, nullptr);
+    if (save.fd < 0) {
       int err = errno;
       logprune::Report(name,
                        "Couldn't open save file <%s> to save pruned log entries.\nerrno = %d, %s\n",
                        savePath.c_str(), err, strerror(err));
       fclose(in);
-      fclose(out);
-      remove(tmp.c_str());
+      close(out.fd);
+      unlink(tmp.c_str());
       return err;
     }
   }
@@ -186,24 +219,24 @@ int DLogFile::utPruneFile() {
     if (d) pruneEntry = old;  // undated lines continue the entry above
     if (pruneEntry) {
       ++prunedLines;
-      if (save != nullptr && fwrite(line.data(), 1, line.size(), save) != line.size()) {
-        err = errno;
-        logprune::Report(name, "error writing to saved pruning recs file.\nerrno = %d, %s\n", err,
-                         strerror(err));
-      }
-    } else if (fwrite(line.data(), 1, line.size(), out) != line.size()) {
-      err = errno;
-      logprune::Report(name, "error writing to temp pruning file.\nerrno = %d, %s\n", err,
-                       strerror(err));
+      if (save.fd >= 0) err = save.write(name, line);
+    } else {
+      err = out.write(name, line);
     }
   }
+  if (err == 0 && ferror(in)) {
+    err = EIO;
+    logprune::Report(name, "Couldn't read <%s> for pruning. errno = %d, %s\n", name.c_str(), err,
+                     strerror(err));
+  }
   fclose(in);
-  if (save != nullptr && fclose(save) != 0 && err == 0) {
+  if (save.fd >= 0 && close(save.fd) != 0 && err == 0) {
     err = errno;
     logprune::Report(name, "error writing to saved pruning recs file.\nerrno = %d, %s\n", err,
                      strerror(err));
   }
-  if (fclose(out) != 0 && err == 0) {
+  if (err == 0 && fchmod(out.fd, mode) != 0) err = errno;
+  if (close(out.fd) != 0 && err == 0) {
     err = errno;
     logprune::Report(name, "error writing to temp pruning file.\nerrno = %d, %s\n", err,
                      strerror(err));

@@ -8,8 +8,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <regex>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,75 +15,14 @@
 #include "testing/files.h"
 #include "testing/process.h"
 #include "tests/sandbox.h"
+#include "tests/testing/attr_fixture.h"
 
 namespace {
 
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> v;
-  std::istringstream in(text);
-  std::string l;
-  while (std::getline(in, l)) v.push_back(l);
-  return v;
-}
-
-// The index of the first line equal to |line|, or -1.
-int Find(const std::vector<std::string>& lines, const std::string& line) {
-  for (size_t i = 0; i < lines.size(); ++i) {
-    if (lines[i] == line) return static_cast<int>(i);
-  }
-  return -1;
-}
-
-std::string Row(const std::string& mode, const std::string& name) {
-  char buf[1400];
-  std::snprintf(buf, sizeof buf, "%5s   %s", mode.c_str(), name.c_str());
-  return buf;
-}
-
-class AttrTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    if (geteuid() != 0)
-      GTEST_SKIP()
-          << "the DMAPI provider keeps its attributes in the trusted namespace: run as root";
-    fs_ = sb_.root() + "/hsmfs";
-    RunResult r = sb_.manageFileSystem(fs_);
-    ASSERT_EQ(r.status, 0) << r.out << r.err;
-  }
-
-  void writeOptions(const std::string& text) {
-    qmxtest::writeFile(sb_.clientDir() + "/ba/bin/qmx.opt", text);
-  }
-
-  void stub(const std::vector<std::string>& args) {
-    RunResult r = sb_.runClient("hsm/bin/qmxstub", args);
-    ASSERT_EQ(r.status, 0) << r.out << r.err;
-  }
-  // A file of |size| bytes made into a stub with |extra| qmxstub options.
-  std::string makeStub(const std::string& rel, const std::vector<std::string>& extra = {}) {
-    std::string p = fs_ + "/" + rel;
-    qmxtest::writeFile(p, "data");
-    std::vector<std::string> args{"migrate", p};
-    args.insert(args.end(), extra.begin(), extra.end());
-    stub(args);
-    return p;
-  }
-  RunResult attr(const std::vector<std::string>& args, RunOptions opts = {}) {
-    if (opts.cwd.empty()) opts.cwd = fs_;
-    return sb_.runClient("hsm/bin/qmxattr", args, opts);
-  }
-  // The sessions in the provider's registry (one file each, named by id).
-  std::string sessions() {
-    return sb_.run({"/bin/sh", "-c", "ls '" + sb_.sys("/run/qmxdmapi") + "' 2>/dev/null"}).out;
-  }
-  std::string show(const std::string& path) {
-    RunResult r = sb_.runClient("hsm/bin/qmxstub", {"show", path});
-    return r.out;
-  }
-
-  Sandbox sb_;
-  std::string fs_;
-};
+using attrtest::AttrTest;
+using attrtest::Find;
+using attrtest::Lines;
+using attrtest::Row;
 
 TEST_F(AttrTest, OnlyTheProgramNameListsTheCurrentDirectory) {
   makeStub("a", {"--mode", "p"});
@@ -104,15 +41,29 @@ TEST_F(AttrTest, OnlyTheProgramNameListsTheCurrentDirectory) {
   EXPECT_NE(r.out.find(fs_), std::string::npos);
 }
 
+// The reading end of |fifo| as a blocking descriptor, to be a program's
+// standard input; -1 when it can't be opened.
+int ReaderOf(const std::string& fifo) {
+  int r = open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (r >= 0 && fcntl(r, F_SETFL, 0) != 0) {
+    close(r);
+    return -1;
+  }
+  return r;
+}
+
 TEST_F(AttrTest, ARunLeavesNoSessionBehind) {
-  // While a run waits on a pipe its session is in the registry; after the
-  // run it is gone.
+  // While a run waits on its list, read from a pipe on its standard input,
+  // its session is in the registry; after the run it is gone.
   std::string f = makeStub("f");
   std::string fifo = sb_.root() + "/wait.fifo";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   // The command must not inherit the writing end, or the pipe never ends.
   int w = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
   ASSERT_GE(w, 0);
+  RunOptions o;
+  o.stdinFd = ReaderOf(fifo);
+  ASSERT_GE(o.stdinFd, 0);
   std::string seen;
   std::thread peek([&] {
     // Until the run has made its session (or the wait's end).
@@ -122,9 +73,11 @@ TEST_F(AttrTest, ARunLeavesNoSessionBehind) {
     if (write(w, line.data(), line.size()) < 0) return;
     close(w);
   });
-  RunResult r = attr({"-FILELIST=" + fifo});
+  RunResult r = attr({"-FILELIST=-"}, o);
   peek.join();
+  close(o.stdinFd);
   EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_GE(Find(Lines(r.out), Row("n", "f")), 0) << r.out;
   EXPECT_NE(seen, "");
   EXPECT_EQ(sessions(), "");
 }
@@ -367,7 +320,7 @@ TEST_F(AttrTest, FullTmpStopsTheCommandAfterTheBanner) {
 }
 
 TEST_F(AttrTest, SigtermEndsTheRunWith255AndLeavesNoSession) {
-  // A file list that is a pipe keeps the command waiting in the middle of
+  // A file list read from a pipe keeps the command waiting in the middle of
   // its work, with its DMAPI session open, until the signal comes.
   std::string f = makeStub("f");
   std::string fifo = sb_.root() + "/list.fifo";
@@ -377,10 +330,13 @@ TEST_F(AttrTest, SigtermEndsTheRunWith255AndLeavesNoSession) {
   std::string line = f + "\n";
   ASSERT_EQ(write(w, line.data(), line.size()), static_cast<ssize_t>(line.size()));
   RunOptions o;
+  o.stdinFd = ReaderOf(fifo);
+  ASSERT_GE(o.stdinFd, 0);
   o.signal = SIGTERM;
   // Once the command has taken the listed name and waits for the next.
   o.signalWhen = [&](pid_t pid) { return qmxtest::waitsReading(pid, fifo); };
-  RunResult r = attr({"-FILELIST=" + fifo}, o);
+  RunResult r = attr({"-FILELIST=-"}, o);
+  close(o.stdinFd);
   close(w);
   EXPECT_FALSE(r.timedOut);
   EXPECT_EQ(r.status, 255) << r.err;

@@ -245,6 +245,55 @@ TEST_F(RootdTest, UsersListingOfALargeDirectoryIsRoots) {
   EXPECT_EQ(lines, 1000u);
 }
 
+TEST_F(RootdTest, OrdinaryUsersDefaultErrorLogIsTheirOwn) {
+  std::string mine = makeStub("mine", "n", kUser);
+  startDaemon();
+  std::string home = sb_.root() + "/home/user";
+  qmxtest::makeDirs(home);
+  ASSERT_EQ(chown(home.c_str(), kUser, kUser), 0);
+  RunOptions o;
+  o.uid = kUser;
+  o.gid = kUser;
+  o.cwd = fs_;
+  o.unsetEnv = {"QMX_LOG", "XDG_STATE_HOME"};
+  o.env["HOME"] = home;
+  o.timeoutSec = 60;
+  // Root's place for the default log is not the user's: the run goes
+  // without a word about the log.
+  RunResult r = sb_.runClient("hsm/bin/qmxattr", {mine}, o);
+  EXPECT_EQ(r.status, 0) << r.out << r.err;
+  EXPECT_EQ(r.err.find("ANS1398W"), std::string::npos) << r.err;
+  for (const char* dir : {"/.local", "/.local/state", "/.local/state/qmx"}) {
+    struct stat st;
+    ASSERT_EQ(stat((home + dir).c_str(), &st), 0) << dir;
+    EXPECT_EQ(st.st_mode & 07777, 0700u) << dir;
+    EXPECT_EQ(st.st_uid, kUser) << dir;
+  }
+  // What the run has to log is logged there.
+  r = sb_.runClient("hsm/bin/qmxattr", {fs_ + "/missing", mine}, o);
+  EXPECT_EQ(r.status, 12) << r.err;
+  EXPECT_NE(qmxtest::readFile(home + "/.local/state/qmx/qmxerror.log").find("ANS9126E"),
+            std::string::npos);
+  // XDG_STATE_HOME, when set, is the place.
+  std::string state = sb_.root() + "/state";
+  qmxtest::makeDirs(state);
+  ASSERT_EQ(chown(state.c_str(), kUser, kUser), 0);
+  o.env["XDG_STATE_HOME"] = state;
+  r = sb_.runClient("hsm/bin/qmxattr", {fs_ + "/missing", mine}, o);
+  EXPECT_EQ(r.err.find("ANS1398W"), std::string::npos) << r.err;
+  EXPECT_NE(qmxtest::readFile(state + "/qmx/qmxerror.log").find("ANS9126E"), std::string::npos);
+  // Root's default stays beside the client's option files.
+  RunOptions asRoot;
+  asRoot.cwd = fs_;
+  asRoot.unsetEnv = {"QMX_LOG", "XDG_STATE_HOME"};
+  asRoot.env["HOME"] = home;
+  r = sb_.runClient("hsm/bin/qmxattr", {fs_ + "/missing", mine}, asRoot);
+  EXPECT_NE(qmxtest::readFile(sb_.clientDir() + "/ba/bin/qmxerror.log").find("ANS9126E"),
+            std::string::npos);
+  EXPECT_EQ(qmxtest::readFile(home + "/.local/state/qmx/qmxerror.log").find("ANS9126E"),
+            qmxtest::readFile(home + "/.local/state/qmx/qmxerror.log").rfind("ANS9126E"));
+}
+
 TEST_F(RootdTest, ForgedRequestForAnotherUsersFileIsRefusedAndLogged) {
   std::string theirs = makeStub("theirs", "s", 0);
   startDaemon();

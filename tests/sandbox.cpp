@@ -112,7 +112,7 @@ RunResult Sandbox::run(const std::vector<std::string>& argv, const RunOptions& o
   pid_t pid = fork();
   if (pid < 0) throw std::runtime_error("fork failed");
   if (pid == 0) {
-    dup2(inp[0], 0);
+    dup2(opts.stdinFd >= 0 ? opts.stdinFd : inp[0], 0);
     dup2(outp[1], 1);
     dup2(errp[1], 2);
     if (chdir(cwd.c_str()) != 0) _exit(126);

@@ -39,6 +39,9 @@ struct RunOptions {
   std::function<bool(pid_t)> signalWhen;
   int signal = 0;
   std::string stdinText;
+  // A descriptor the program gets as its standard input instead of a pipe
+  // holding |stdinText| (-1: none).  The caller keeps and closes it.
+  int stdinFd = -1;
 };
 
 class Sandbox : public qmxtest::Sandbox {

@@ -1,12 +1,17 @@
 #include "hsm/cmd/attr_command.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
+#include "diag/diag_status.h"
+#include "diag/globalrc.h"
 #include "diag/nl.h"
 #include "diag/trace.h"
 #include "hsm/cmd/cmd_status.h"
+#include "hsm/cmd/cmd_stdout.h"
 #include "hsm/cmd/dsc_mig_attr.h"
 #include "hsm/cmd/hsm_global_cb.h"
 #include "hsm/cmd/hsm_startup.h"
@@ -42,6 +47,7 @@ void RegisterVirtualMountPoints() {
 }  // namespace
 
 int qmxattrMain(int argc, char** argv) {
+  cmdWatchStdout();
   psSetThreadMode(1);
   smInitOptFile(argc, argv, nullptr);
   dmiSetProgName(hsmWhoAmI());
@@ -77,9 +83,22 @@ int qmxattrMain(int argc, char** argv) {
 
   rc = DscMigAttr(cb->threadSession());
 
+  // What the command printed must have reached its reader.  A reader that
+  // has gone wants no more words; any other failure is the run's error.
+  const int outErr = cmdFlushStdout();
+  if (outErr != 0 && outErr != EPIPE) {
+    nlfprintf(stderr, 14020, std::strerror(outErr));
+    // A code of the message rules rises with the message; the command's own
+    // failure codes stand.
+    if (rc >= DIAG_GRC_OK && rc < DIAG_GRC_ERROR) {
+      rc = gRC != nullptr ? gRC->getMax() : DIAG_GRC_ERROR;
+    }
+  }
+
   g_openSession = 0;
   qmxDestroySession(optionsP->dmapiSessionId);
   smPostProc();
+  if (outErr == EPIPE) cmdEndAsBrokenPipe();
   std::fflush(stdout);
   return rc;
 }

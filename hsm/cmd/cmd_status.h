@@ -11,9 +11,10 @@
 
 // ---- Return codes --------------------------------------------------------
 enum : int {
-  // The file list can't be opened or is a UTF-16/32 file.
-  // HsmFileList::init; DscMigAttr then reports messages 14005 and 9219 and
-  // ends with CMD_EXIT_FAILED.
+  // The file list can't be opened or read, is no regular file (nor
+  // standard input fit to read), or is a UTF-16/32 file.  HsmFileList::init
+  // reports why (14005, 14006 or 14007); DscMigAttr adds 9219 and ends with
+  // CMD_EXIT_FAILED.
   CMD_RC_FILELIST = 104,
 
   // A non-root caller asked to set the recall mode of a file he does not
@@ -65,8 +66,8 @@ enum : int {
   CMD_EXIT_USAGE = 0,
   // The command could not run: a bad command line or option file, no
   // memory for the operands, /tmp full, no DMAPI session, no current
-  // directory, an unusable file list.  A message said why.  Also the
-  // status after a signal's clean-up.
+  // directory, an unusable file list, or one that could not be read to its
+  // end.  A message said why.  Also the status after a signal's clean-up.
   CMD_EXIT_FAILED = -1,
   // Memory ran out while the operands were worked through (message 9184).
   CMD_EXIT_NOMEM = -2,

@@ -14,6 +14,7 @@
 #include "diag/nl.h"
 #include "diag/trace.h"
 #include "hsm/cmd/cmd_status.h"
+#include "hsm/cmd/cmd_stdout.h"
 #include "hsm/cmd/dir_list.h"
 #include "hsm/cmd/hsm_file_list.h"
 #include "hsm/cmd/hsm_global_cb.h"
@@ -217,7 +218,7 @@ int smMigAttr(const dirReadHandle_t* handle, const char* dirPath, const dirEntry
   }
   // Files first, in list order; subdirectories only afterwards, so that a
   // directory's files are all shown before any deeper level.
-  for (const dirEntry_t* e = entries; e != nullptr; e = e->next) {
+  for (const dirEntry_t* e = entries; e != nullptr && !cmdStdoutFailed(); e = e->next) {
     const char* name = e->name + 1;
     if (attrIsDir(e->attr)) {
       std::printf("%5s   %s/\n", "<dir>", name);
@@ -243,7 +244,7 @@ int smMigAttr(const dirReadHandle_t* handle, const char* dirPath, const dirEntry
     }
   }
   if (optionsP->subdir != 1) return 0;
-  for (const dirEntry_t* e = entries; e != nullptr; e = e->next) {
+  for (const dirEntry_t* e = entries; e != nullptr && !cmdStdoutFailed(); e = e->next) {
     if (!attrIsDir(e->attr)) continue;
     full.assign(dirPath).append(e->name);
     dirEntry_t* sub = nullptr;
@@ -271,10 +272,8 @@ int DscMigAttr(Sess_o* sess) {
   int rc = fileList.init();
   if (rc != 0) {
     if (Tracing()) trPrintf(__FILE__, __LINE__, "filelist initialization failed. rc= %d\n", rc);
-    if (rc == CMD_RC_FILELIST) {
-      nlfprintf(stderr, 14005, cb->fileListName, "", "");
-      nlfprintf(stderr, 9219);
-    }
+    // The list has said why it can't be used.
+    if (rc == CMD_RC_FILELIST) nlfprintf(stderr, 9219);
     return CMD_EXIT_FAILED;
   }
 
@@ -330,7 +329,10 @@ int DscMigAttr(Sess_o* sess) {
           nlfprintf(stdout, 9184, hsmWhoAmI(), "");
           stop = CMD_EXIT_NOMEM;
         } else {
+          // A name the file layer can't split (the "{file space}" form):
+          // skipped with its message, which alone decides the outcome.
           nlfprintf(stderr, 1081, path);
+          result = 0;
         }
       } else {
         if (Tracing()) {
@@ -376,12 +378,15 @@ int DscMigAttr(Sess_o* sess) {
         freeFileSpec(fsp);
       }
     }
-    if (noOperands) break;
+    if (noOperands || cmdStdoutFailed()) break;
     if (stop == 0) operand = fileList.getNextItem();
   }
+  // Names the list could not give were not worked on: the run failed.
+  if (stop == 0 && fileList.failed()) stop = CMD_EXIT_FAILED;
 
   if (stop == 0 && dirs) {
-    for (const dirListNode_t* n = dirs->head(); n != nullptr && stop == 0; n = n->next) {
+    for (const dirListNode_t* n = dirs->head(); n != nullptr && stop == 0 && !cmdStdoutFailed();
+         n = n->next) {
       fileSpec_t* fsp = newFileSpec("", n->path, "");
       dirEntry_t* entries = nullptr;
       mpHandle_t pool = ReadDirectory(&handle, n->path, &entries);

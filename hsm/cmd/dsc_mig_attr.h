@@ -17,10 +17,14 @@ class Sess_o;
 
 // Runs the command on the parsed command line in HSMGlobalCB and returns
 // what the command exits with (hsm/cmd/cmd_status.h): 0 (help shown, or all
-// well), CMD_EXIT_FAILED (no current directory, unusable file list, no
-// DMAPI session), CMD_EXIT_NOMEM (out of memory), CMD_EXIT_NOOPERAND (set
-// mode with nothing named), CMD_RC_NOTOWNER (a file of somebody else), or the last operand's
-// outcome or the highest severity recorded.  |sess| may be null.
+// well), CMD_EXIT_FAILED (no current directory, unusable file list or one
+// that could not be read to its end, no DMAPI session), CMD_EXIT_NOMEM (out
+// of memory), CMD_EXIT_NOOPERAND (set mode with nothing named),
+// CMD_RC_NOTOWNER (a file of somebody else), or the last operand's outcome
+// or the highest severity recorded.  An operand the file layer can't split
+// (one that begins with "{") is reported (1081) and leaves the outcome to
+// that message.  Once standard output has failed (hsm/cmd/cmd_stdout.h)
+// nothing more is worked on; the caller reports it.  |sess| may be null.
 int DscMigAttr(Sess_o* sess);
 
 // Shows the recall mode of the file |path|.  Returns 0 when the file could

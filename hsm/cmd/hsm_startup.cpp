@@ -13,12 +13,12 @@
 #include "diag/diag_status.h"
 #include "diag/globalrc.h"
 #include "diag/instr.h"
-#include "diag/logfile.h"
 #include "diag/memory.h"
 #include "diag/mempool.h"
 #include "diag/nl.h"
 #include "diag/trace.h"
 #include "hsm/cmd/abbrev.h"
+#include "hsm/cmd/cmd_error_log.h"
 #include "hsm/cmd/cmd_status.h"
 #include "hsm/cmd/corr_table.h"
 #include "hsm/cmd/hsm_global_cb.h"
@@ -251,20 +251,7 @@ int smInitOptFile(int argc, char** argv, smSignalHandler_t handler) {
 
   if (TEST_HSMLF.set && TEST_HSMLF.value == 1) optionsP->enableLanFree = 1;
 
-  DLogFile::InitializeLogFile(
-      DLogFile::errorLogFile, optionsP->errorLogMax, "qmxerlog.pru",
-      optionsP->errorLogRetention == 10000 ? 0 : optionsP->errorLogRetention,
-      optionsP->errorLogRetentionSave ? 'S' : 'D', 0, 0);
-  if (std::strcmp(optionsP->errorLogName, "/") == 0) {
-    optBuildFullName(optionsP->optDir, "qmxerror.log", '/', optionsP->errorLogName,
-                     sizeof optionsP->errorLogName);
-  }
-  int result = 0;
-  if (DLogFile::errorLogFile.utOpenOutputFile(optionsP->errorLogName) != 0) {
-    int e = DLogFile::errorLogFile.lastErrno();
-    nlfprintf(stderr, 1398, optionsP->errorLogName, e, std::strerror(e));
-    result = CMD_RC_ERRORLOG;
-  }
+  int result = cmdOpenErrorLog(optionsP);
 
   cb->canReportInterrupt = 1;
   pkTSDinit();
@@ -352,6 +339,10 @@ int smSysOptFile(int exitOnError, clientOptions* opts) {
     delete_optError(err);
     return CMD_RC_SYSOPT_POST;
   }
+  // The system options may name another error log or change its size or
+  // retention; they take effect from here on.  A log that can't be opened
+  // is reported (1398) and the command goes on, as at start-up.
+  if (opts == optionsP) cmdReopenErrorLog(opts);
   if (opts->optCheckUser() != OPT_RC_USERALLOWED) {
     if (exitOnError == 1) {
       nlfprintf(stderr, 1216);

@@ -29,8 +29,8 @@ extern GlobalRC* gRC;
 
 typedef void (*smSignalHandler_t)(int);
 
-// Brings up platform, trace, options and messages and opens the error log.
-// |handler| null means CleanUp.  Returns 0, or CMD_RC_ERRORLOG when the
+// Brings up platform, trace, options and messages and opens the error log
+// (hsm/cmd/cmd_error_log.h).  |handler| null means CleanUp.  Returns 0, or CMD_RC_ERRORLOG when the
 // error log could not be opened (message 1398; not fatal).  Worse failures
 // end the process: CMD_EXIT_STARTUP (option-error record, file layer,
 // options object or first message start), CMD_EXIT_MESSAGES (second message
@@ -54,8 +54,10 @@ int smGreetings();
 // True when /tmp reports no block free for unprivileged users.
 bool isTmpFsFull();
 
-// Reads the system option file's stanza, post-processes the options, checks
-// the user and creates this thread's server session.  |opts| null means
+// Reads the system option file's stanza, post-processes the options, opens
+// the error log again when they changed its name, size or retention (only
+// for optionsP; message 1398 when it can't be opened, which is not fatal),
+// checks the user and creates this thread's server session.  |opts| null means
 // optionsP.  With |exitOnError| 1 the failures of the option file, the
 // post-processing and the user check end the process; otherwise they return
 // CMD_RC_SYSOPT_FILE, CMD_RC_SYSOPT_POST and CMD_RC_SYSOPT_USER
